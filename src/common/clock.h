@@ -1,0 +1,25 @@
+// The wall clock: the only place of the library that asks the system for the time.
+//
+// Times are counted from the epoch (1970-01-01 UTC). The wall clock may step in both directions;
+// whoever measures with it says what a step does.
+// Threads: every function may be called from any thread.
+#pragma once
+
+#include <cstdint>
+
+namespace OstrandCommon {
+
+// Wall-clock time in milliseconds.
+int64_t GetCurrentMilliseconds();
+
+// Wall-clock time in microseconds.
+int64_t GetCurrentMicroseconds();
+
+// Answers a time in microseconds.
+using ClockFunction = int64_t (*)();
+
+// Puts `clock` in the place of the system's clock for the whole process; null puts the system's
+// clock back. For tests: a program that serves users never calls it.
+void ReplaceClock(ClockFunction clock);
+
+}  // namespace OstrandCommon

@@ -1,0 +1,55 @@
+#include "common/clock.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdint>
+
+namespace OstrandCommon {
+namespace {
+
+int64_t g_now_us = 0;
+
+int64_t TestClock() { return g_now_us; }
+
+class ClockTest : public testing::Test {
+ protected:
+  ~ClockTest() override { ReplaceClock(nullptr); }
+};
+
+int64_t StandardLibraryNowUs() {
+  return std::chrono::duration_cast<std::chrono::microseconds>(
+             std::chrono::system_clock::now().time_since_epoch())
+      .count();
+}
+
+TEST_F(ClockTest, TellsTheWallClocksTime) {
+  constexpr int64_t kToleranceUs = 1000;  // Two readings of the clock may be of different grain.
+  const int64_t before_us = StandardLibraryNowUs();
+  const int64_t now_us = GetCurrentMicroseconds();
+  const int64_t now_ms = GetCurrentMilliseconds();
+  const int64_t after_us = StandardLibraryNowUs();
+  EXPECT_LE(before_us - kToleranceUs, now_us);
+  EXPECT_LE(now_us, after_us + kToleranceUs);
+  EXPECT_LE(before_us / 1000 - 1, now_ms);
+  EXPECT_LE(now_ms, after_us / 1000 + 1);
+}
+
+TEST_F(ClockTest, BothUnitsComeFromTheClockInPlace) {
+  ReplaceClock(&TestClock);
+  g_now_us = 1700000000123456;
+  EXPECT_EQ(1700000000123456, GetCurrentMicroseconds());
+  EXPECT_EQ(1700000000123, GetCurrentMilliseconds());
+  g_now_us = 999;
+  EXPECT_EQ(0, GetCurrentMilliseconds());
+}
+
+TEST_F(ClockTest, NullPutsTheSystemsClockBack) {
+  ReplaceClock(&TestClock);
+  g_now_us = 1;
+  ReplaceClock(nullptr);
+  EXPECT_GT(GetCurrentMicroseconds(), 1600000000000000);
+}
+
+}  // namespace
+}  // namespace OstrandCommon
