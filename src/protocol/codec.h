@@ -1,0 +1,54 @@
+// Packages to bytes and back: a pure machine without socket, clock, log or allocation.
+// docs/protocol.md describes the bytes.
+//
+// Threads: any; the operations keep no state.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "protocol/codec_errors.h"
+#include "protocol/ostrand_protocol_cs.h"
+
+namespace ostrand_protocol_cs {
+
+// The fixed part with which every frame's head begins, whatever its version.
+constexpr size_t OSTRAND_FIXED_HEAD_LEN = 28;
+
+// Upper bounds of what packing writes, for whoever sizes a buffer.
+constexpr size_t OSTRAND_MAX_KEY_SET_WIRE_LEN =
+    8 + OSTRAND_MAX_KEY_FIELD_NUM * (8 + OSTRAND_MAX_FIELD_NAME_LEN + OSTRAND_MAX_KEY_FIELD_LEN);
+constexpr size_t OSTRAND_MAX_HEAD_WIRE_LEN =
+    48 + OSTRAND_MAX_TABLE_NAME_LEN + 4 + OSTRAND_MAX_USER_BUFF_LEN + OSTRAND_MAX_KEY_SET_WIRE_LEN +
+    10 + OSTRAND_MAX_SPLIT_TABLE_KEY_BUFF_LEN + 8 + 4 + OSTRAND_MAX_PERF_TEST_LEN;
+constexpr size_t OSTRAND_MAX_TTL_REQ_WIRE_LEN =
+    4 + OSTRAND_MAX_TTL_RECORD_NUM * (OSTRAND_MAX_KEY_SET_WIRE_LEN + 8);
+constexpr size_t OSTRAND_MAX_RECORDS_WIRE_LEN = 8 + OSTRAND_MAX_RECORDS_LEN;
+constexpr size_t OSTRAND_MAX_REQ_FRAME_LEN =
+    OSTRAND_MAX_HEAD_WIRE_LEN + (OSTRAND_MAX_TTL_REQ_WIRE_LEN > OSTRAND_MAX_RECORDS_WIRE_LEN
+                                     ? OSTRAND_MAX_TTL_REQ_WIRE_LEN
+                                     : OSTRAND_MAX_RECORDS_WIRE_LEN);
+constexpr size_t OSTRAND_MAX_FRAME_LEN =
+    OSTRAND_MAX_HEAD_WIRE_LEN + 16 + OSTRAND_MAX_IDL_CONTENT_LEN;
+static_assert(OSTRAND_MAX_REQ_FRAME_LEN <= OSTRAND_MAX_FRAME_LEN);
+
+// Packs a whole package.
+// buf, len: the output; capacity in, packed length out. zip_buf, zip_len: room for compression; not
+// used, may be (null, 0). version: the fields that this protocol version knows are written, and the
+// frame says so; a version above OSTRAND_PKG_CURRENT_VERSION counts as that one. log_handle: not
+// used. Magic, version and both lengths come from the packing, not from the package. 0, or a
+// negative code; then len is unchanged and buf's content is of no use.
+int PackWholeCsPkgMaybeCompress(char* buf, size_t& len, char* zip_buf, size_t zip_len,
+                                const OStrandPkg& pkg, int version, void* log_handle);
+
+// Unpacks the one frame that fills data[0, len) exactly; every byte is checked before it is used.
+// zip_buf, zip_len, extra_buf, extra_len: room for decompression; not used, may be (null, 0).
+// log_handle: not used.
+// Bodies of commands without a body record (BodyKind::kSkipped) are passed over. An answer with a
+// result other than 0 may lack its body; it then gets a constructed one.
+// 0, or a negative code; then the package's head is as constructed: no command, nothing in it.
+int UnpackWholeCsPkgMaybeDecompress(OStrandPkg& pkg, char* zip_buf, size_t zip_len,
+                                    const char* data, size_t len, void* log_handle, char* extra_buf,
+                                    size_t extra_len);
+
+}  // namespace ostrand_protocol_cs
