@@ -1,6 +1,7 @@
 #include "common/clock.h"
 
 #include <sys/time.h>
+#include <time.h>
 
 #include <atomic>
 
@@ -20,6 +21,12 @@ std::atomic<ClockFunction> g_clock{&SystemMicroseconds};
 int64_t GetCurrentMicroseconds() { return g_clock.load(std::memory_order_relaxed)(); }
 
 int64_t GetCurrentMilliseconds() { return GetCurrentMicroseconds() / 1000; }
+
+int64_t GetMonotonicMilliseconds() {
+  timespec now{};
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return static_cast<int64_t>(now.tv_sec) * 1000 + static_cast<int64_t>(now.tv_nsec) / 1000000;
+}
 
 void ReplaceClock(ClockFunction clock) {
   g_clock.store(clock != nullptr ? clock : &SystemMicroseconds, std::memory_order_relaxed);

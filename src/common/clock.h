@@ -1,6 +1,6 @@
-// The wall clock: the only place of the library that asks the system for the time.
+// The clocks: the only place of the library that asks the system for the time.
 //
-// Times are counted from the epoch (1970-01-01 UTC). The wall clock may step in both directions;
+// Wall-clock times are counted from the epoch (1970-01-01 UTC). The wall clock may step in both directions;
 // whoever measures with it says what a step does.
 // Threads: every function may be called from any thread.
 #pragma once
@@ -14,6 +14,10 @@ int64_t GetCurrentMilliseconds();
 
 // Wall-clock time in microseconds.
 int64_t GetCurrentMicroseconds();
+
+// Milliseconds of a clock that only goes forward, from an unknown start: for time-outs of the
+// library's own threads. Tests do not replace it.
+int64_t GetMonotonicMilliseconds();
 
 // Answers a time in microseconds.
 using ClockFunction = int64_t (*)();

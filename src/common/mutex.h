@@ -4,6 +4,9 @@
 #pragma once
 
 #include <pthread.h>
+#include <time.h>
+
+#include <cstdint>
 
 #include "common/thread_annotations.h"
 
@@ -21,6 +24,8 @@ class OSTRAND_CAPABILITY("mutex") Mutex {
   void Unlock() OSTRAND_RELEASE() { pthread_mutex_unlock(&m_mutex); }
 
  private:
+  friend class Condition;
+
   pthread_mutex_t m_mutex;
 };
 
@@ -34,6 +39,39 @@ class OSTRAND_SCOPED_CAPABILITY ScopedLock {
 
  private:
   Mutex& m_mutex;
+};
+
+// Lets threads wait, under a Mutex, until another thread changed something. A wait may end without a
+// signal: whoever waits looks again.
+class Condition {
+ public:
+  Condition() {
+    pthread_condattr_t attributes;
+    pthread_condattr_init(&attributes);
+    pthread_condattr_setclock(&attributes, CLOCK_MONOTONIC);
+    pthread_cond_init(&m_condition, &attributes);
+    pthread_condattr_destroy(&attributes);
+  }
+  ~Condition() { pthread_cond_destroy(&m_condition); }
+  Condition(const Condition&) = delete;
+  Condition& operator=(const Condition&) = delete;
+
+  void Wait(Mutex& mutex) OSTRAND_REQUIRES(mutex) {
+    pthread_cond_wait(&m_condition, &mutex.m_mutex);
+  }
+
+  // Waits until GetMonotonicMilliseconds() reaches the deadline at the latest.
+  void WaitUntil(Mutex& mutex, int64_t monotonic_deadline_ms) OSTRAND_REQUIRES(mutex) {
+    timespec deadline{};
+    deadline.tv_sec = static_cast<time_t>(monotonic_deadline_ms / 1000);
+    deadline.tv_nsec = static_cast<long>(monotonic_deadline_ms % 1000 * 1000000);
+    pthread_cond_timedwait(&m_condition, &mutex.m_mutex, &deadline);
+  }
+
+  void Broadcast() { pthread_cond_broadcast(&m_condition); }
+
+ private:
+  pthread_cond_t m_condition;
 };
 
 // A reader-writer lock with default attributes.
