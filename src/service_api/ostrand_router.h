@@ -124,11 +124,12 @@ class OstrandRouter {
   OstrandRouter(const OstrandRouter&) = delete;
   OstrandRouter& operator=(const OstrandRouter&) = delete;
 
-  // Makes parser and lists, partitions the ring. server: the owning OstrandServer.
-  // 0; ROUTER_ERR_NOT_INITIALISED when Init was called before, whatever became of it (Fini makes it
-  // possible again; logger and random seed are replaced all the same); ROUTER_ERR_ALLOCATION;
-  // ROUTER_ERR_FAILED without a server or when the ring could not be partitioned;
-  // ROUTER_ERR_ARGUMENT when a collaborator was null at construction.
+  // Makes parser and lists, partitions the ring. server: the owning service, a pointer to
+  // OstrandServer itself and not to a class derived from it. 0; ROUTER_ERR_NOT_INITIALISED when
+  // Init was called before, whatever became of it (Fini makes it possible again; logger and random
+  // seed are replaced all the same); ROUTER_ERR_ALLOCATION; ROUTER_ERR_FAILED without a server or
+  // when the ring could not be partitioned; ROUTER_ERR_ARGUMENT when a collaborator was null at
+  // construction.
   int32_t Init(OSTRNET::CConnectorMgr* connector_mgr, void* server, OstrandCommon::Logger* logger);
 
   // Releases lists, proxies and parser. May be called more than once; Init may follow.
@@ -226,6 +227,12 @@ class OstrandRouter {
   // thread.
   void SetAlarmErrorCode(int32_t code);
 
+  // The proxy for a request; for none a random one. 0; ROUTER_ERR_NOT_INITIALISED also for a null,
+  // empty or unknown table; ROUTER_ERR_NO_ROUTE when no proxy is usable. out is null on failure,
+  // untouched by a router that is not initialised.
+  int GetRouterProxyServer(ProxyServer*& out, OstrandServiceRequest* request, int zone_id,
+                           const char* table_name) OSTRAND_EXCLUDES(m_mutex_vistual_nodes);
+
   // Asks a proxy for the schema of the zone's first registered table; the answer goes into the
   // schema check and never to the user. 0; -1 when the zone has no table; -3 for a table name of 32
   // characters; -6 when it could not be sent; another negative code when it could not be built.
@@ -233,8 +240,9 @@ class OstrandRouter {
 
   // Compares a table's schema with the server's, as a metadata answer tells it, and writes the
   // verdict into the service's table map. 0 also when there is nothing to compare; -1 for null;
-  // RegisterTableInfo::kCheckFailed; else CompareEntryValueField's code. Runs in the receive
-  // callback, or with the network thread paused.
+  // RegisterTableInfo::kCheckFailed; ROUTER_ERR_ALLOCATION without memory, the check is then still
+  // to be made; else CompareEntryValueField's code. Runs in the receive callback, or with the
+  // network thread paused.
   int ProcessGetMetaResForCheckTable(ostrand_protocol_cs::OStrandPkg* pkg);
 
   // Handles a frame of the router's own conversation with a proxy. Network thread. pass_to_user is
@@ -420,10 +428,6 @@ class OstrandRouter {
       OSTRAND_EXCLUDES(m_mutex_vistual_nodes);
   uint64_t HashKeyFields(ostrand_protocol_cs::OStrandKeyField* fields, uint32_t field_num);
   uint64_t PickRandomPosition(const char* operation) OSTRAND_EXCLUDES(m_mutex_vistual_nodes);
-  // The proxy for a request; for none a random one. 0; ROUTER_ERR_NOT_INITIALISED also for a null,
-  // empty or unknown table; ROUTER_ERR_NO_ROUTE when no proxy is usable. out is null on failure.
-  int GetRouterProxyServer(ProxyServer*& out, OstrandServiceRequest* request, int zone_id,
-                           const char* table_name) OSTRAND_EXCLUDES(m_mutex_vistual_nodes);
   int FindUsableOnRing(uint64_t hash, OstrandServiceRequest* request, ProxyServer*& out)
       OSTRAND_REQUIRES(m_mutex_vistual_nodes);
   const VirtualServerNode* WalkToUsable(uint32_t start, bool debug)

@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <new>
 
 #include "common/clock.h"
 #include "protocol/ostrand_protocol_cs.h"
@@ -257,7 +258,10 @@ int OstrandRouter::ProcessGetMetaResForRecheck(ProxyServer* server,
 
 void OstrandRouter::SetAlarmErrorCode(int32_t code) {
   OstrandCommon::ScopedLock lock(m_alarmMutex);
-  m_alarmErrorCode.insert(code);
+  try {
+    m_alarmErrorCode.insert(code);
+  } catch (const std::bad_alloc&) {  // this code is lost, the others stay
+  }
 }
 
 void OstrandRouter::SetHeartbeatAlarm(OStrandPkg* pkg) {

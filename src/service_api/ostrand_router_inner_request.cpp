@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
-#include <string>
 
 #include "common/clock.h"
 #include "common/host_name.h"
@@ -240,22 +239,23 @@ void OstrandRouter::SendHeartBeatToList(List* list) {
 }
 
 int OstrandRouter::SendGetMetaReqForRecheckProxyAvailable(ProxyServer* server) {
-  std::string table_name;
+  char table_name[sizeof(tagTableQos::szTableName) + 1] = {};
   for (int i = 0; i < m_table_qos_count; ++i) {
     const tagTableQos* qos = m_table_qos[i];
     if (qos != nullptr && qos->iZoneID == m_zone_id) {
-      table_name.assign(qos->szTableName, strnlen(qos->szTableName, sizeof(qos->szTableName)));
+      std::memcpy(table_name, qos->szTableName,
+                  strnlen(qos->szTableName, sizeof(qos->szTableName)));
       break;
     }
   }
-  if (table_name.empty()) {
+  if (table_name[0] == '\0') {
     ROUTER_LOG_ERROR(m_logger, m_module_id, __func__,
                      "Find none table of app_id:%ld zone_id:%d in m_table_qos",
                      static_cast<long>(m_app_id), m_zone_id);
     return -1;
   }
-  const int ret = InitCsPkgForInnerRequest(server, OSTRAND_API_METADATA_GET_REQ, 0, nullptr,
-                                           table_name.c_str());
+  const int ret =
+      InitCsPkgForInnerRequest(server, OSTRAND_API_METADATA_GET_REQ, 0, nullptr, table_name);
   if (ret != 0) {
     ROUTER_LOG_ERROR(m_logger, m_module_id, __func__,
                      "InitCsPkgForInnerRequest for OSTRAND_API_METADATA_GET_REQ failed, ret=%d",

@@ -1,6 +1,7 @@
 // Answers of the directory: from a route to the lists.
 #include <algorithm>
 #include <cstring>
+#include <new>
 #include <set>
 #include <string>
 
@@ -33,7 +34,7 @@ int RowCount(const tagResGetTablesAndAccess& route) {
 
 }  // namespace
 
-int OstrandRouter::FlushRoute(const tagOStrdirCSPkg* response) {
+int OstrandRouter::FlushRoute(const tagOStrdirCSPkg* response) try {
   if (!m_init_succeed) {
     return ROUTER_ERR_NOT_INITIALISED;
   }
@@ -43,7 +44,7 @@ int OstrandRouter::FlushRoute(const tagOStrdirCSPkg* response) {
   const tagResGetTablesAndAccess& route = response->stBody.stResGetTablesAndAccess;
   const int32_t sent_count = route.iAccessCount;
   if (sent_count > kMaxRows) {
-    ROUTER_LOG_ERROR(m_logger, m_module_id, __func__,
+    ROUTER_LOG_ERROR(m_logger, m_module_id, "FlushRoute",
                      "table_and_access.iAccessCount:%d > MAX_SERVER_COUNT:%u, will use the front "
                      "of %u access",
                      sent_count, static_cast<unsigned>(kMaxRows), static_cast<unsigned>(kMaxRows));
@@ -53,12 +54,14 @@ int OstrandRouter::FlushRoute(const tagOStrdirCSPkg* response) {
     return UseFirstRoute(route);
   }
   if (NeedFlushRoute(response) == 0) {
-    ROUTER_LOG_DEBUG(m_logger, m_module_id, __func__, "Skip flush operation");
+    ROUTER_LOG_DEBUG(m_logger, m_module_id, "FlushRoute", "Skip flush operation");
     return 0;
   }
   m_last_flush_route_time = OstrandCommon::GetCurrentMilliseconds();
   const int ret = PrunePreparing(response);
   return ret != 0 ? ret : FillPreparing(route);
+} catch (const std::bad_alloc&) {  // the url index ran out of memory; no list was changed
+  return ROUTER_ERR_ALLOCATION;
 }
 
 // The steps of FlushRoute; they log under that name.

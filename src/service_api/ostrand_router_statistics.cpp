@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <iterator>
+#include <new>
 
 #include "common/clock.h"
 #include "common/ostrand_reqresp_util.h"
@@ -368,7 +369,10 @@ void OstrandRouter::CountResponse(ProxyServer* server, const OstrandServiceRespo
   }
   if (result < 0 &&
       std::find(std::begin(kNotPrinted), std::end(kNotPrinted), result) == std::end(kNotPrinted)) {
-    m_recvErrorCodeMap[result] += 1;
+    try {
+      m_recvErrorCodeMap[result] += 1;
+    } catch (const std::bad_alloc&) {  // a result that never came before is not listed
+    }
   }
   CountByResult(response, view);
   CountByModule(result, view, access);

@@ -1,5 +1,6 @@
 // What the router tells its owner of the proxies: a text, a table, the fill of buffers.
 #include <cstdio>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -39,7 +40,7 @@ struct Section {
 
 }  // namespace
 
-std::string OstrandRouter::GetStatLog() {
+std::string OstrandRouter::GetStatLog() try {
   Section not_connected;
   Section auth_fail;
   Section auth_success;
@@ -67,6 +68,8 @@ std::string OstrandRouter::GetStatLog() {
          "\tnot_connect_proxy:\n" + not_connected.lines +  //
          "\tauth_fail_proxy:\n" + auth_fail.lines +        //
          "\tauth_success_proxy:\n" + auth_success.lines;
+} catch (const std::bad_alloc&) {
+  return {};
 }
 
 void OstrandRouter::GetProxyStatus(ProxyStatus* rows, int capacity, int& count) {
@@ -94,18 +97,22 @@ const char* OstrandRouter::GetUsedProxyUrl() const {
   return m_used_proxy_url[0] != '\0' ? m_used_proxy_url : nullptr;
 }
 
-int OstrandRouter::GetConnectorBufferInfo(std::vector<BuffStaticBetweenApiAndProxy>& infos) {
+int OstrandRouter::GetConnectorBufferInfo(std::vector<BuffStaticBetweenApiAndProxy>& infos) try {
   infos.clear();
   for (const RealServerNode& node : ServersOf(m_using_servers)) {
     if (node.server == nullptr || node.server->connector == nullptr) {
       infos.clear();
-      ROUTER_LOG_ERROR(m_logger, m_module_id, __func__, "it should not get null of connector");
+      ROUTER_LOG_ERROR(m_logger, m_module_id, "GetConnectorBufferInfo",
+                       "it should not get null of connector");
       return ROUTER_ERR_FAILED;
     }
     infos.emplace_back();
     FillBuffInfo(infos.back(), node.server->connector, node.server_url);
   }
   return 0;
+} catch (const std::bad_alloc&) {
+  infos.clear();
+  return ROUTER_ERR_FAILED;
 }
 
 int OstrandRouter::GetTraverseConnBuffInfo(BuffStaticBetweenApiAndProxy& info, int hash_code,

@@ -1,6 +1,7 @@
 // The tables: their QoS records, and the check of their schemas.
 #include <cstdio>
 #include <cstring>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -24,7 +25,12 @@ constexpr int32_t kMaxIdlLen = 10485759;
 constexpr char kDataProtocolKey[] = "DataProtocolType=";
 
 // A name of at most 32 characters, with or without its NUL, as text.
-std::string BoundedName(const char* name) { return {name, strnlen(name, kTableNameSize)}; }
+struct BoundedName {
+  explicit BoundedName(const char* name) { std::memcpy(text, name, strnlen(name, kTableNameSize)); }
+  const char* c_str() const { return text; }
+
+  char text[kTableNameSize + 1] = {};
+};
 
 // A loaded schema library, freed at the end of its scope.
 class MetaLib {
@@ -118,17 +124,17 @@ void OstrandRouter::InitStatisticAccess() {
   }
 }
 
-int OstrandRouter::ProcessGetMetaResForCheckTable(OStrandPkg* pkg) {
+int OstrandRouter::ProcessGetMetaResForCheckTable(OStrandPkg* pkg) try {
   if (pkg == nullptr) {
-    ROUTER_LOG_ERROR(m_logger, m_module_id, __func__,
+    ROUTER_LOG_ERROR(m_logger, m_module_id, "ProcessGetMetaResForCheckTable",
                      "ProcessGetMetaResForCheckTable failed as pkg == NULL.");
     return -1;
   }
   const auto& res = pkg->stBody.stMetadataGetRes;
   const int zone_id = pkg->stHead.stRouterInfo.iZoneID;
-  const std::string table_name = BoundedName(pkg->stHead.stRouterInfo.szTableName);
+  const BoundedName table_name(pkg->stHead.stRouterInfo.szTableName);
   const char* const table = table_name.c_str();
-  ROUTER_LOG_INFO(m_logger, m_module_id, __func__,
+  ROUTER_LOG_INFO(m_logger, m_module_id, "ProcessGetMetaResForCheckTable",
                   "get zone:%d,table %s vex info from rsp, meta size:%d", zone_id, table,
                   res.iIdlConLen);
 
@@ -137,14 +143,14 @@ int OstrandRouter::ProcessGetMetaResForCheckTable(OStrandPkg* pkg) {
   OstrandCommon::ScopedReadLock lock(m_ostrand_server->m_register_table_lock);
   OstrandServer::RegisterTables& tables = m_ostrand_server->m_register_table[zone_id];
   if (tables.empty()) {
-    ROUTER_LOG_WARN(m_logger, m_module_id, __func__, "zone:%d not exist in register_table",
-                    zone_id);
+    ROUTER_LOG_WARN(m_logger, m_module_id, "ProcessGetMetaResForCheckTable",
+                    "zone:%d not exist in register_table", zone_id);
     return 0;
   }
-  const auto found = tables.find(table_name);
+  const auto found = tables.find(table);
   if (found == tables.end()) {
-    ROUTER_LOG_WARN(m_logger, m_module_id, __func__, "zone:%d,table %s not exist in register_table",
-                    zone_id, table);
+    ROUTER_LOG_WARN(m_logger, m_module_id, "ProcessGetMetaResForCheckTable",
+                    "zone:%d,table %s not exist in register_table", zone_id, table);
     return 0;
   }
   RegisterTableInfo& info = found->second;
@@ -159,7 +165,7 @@ int OstrandRouter::ProcessGetMetaResForCheckTable(OStrandPkg* pkg) {
     return 0;
   }
   if (info.local_meta == nullptr) {
-    ROUTER_LOG_WARN(m_logger, m_module_id, __func__,
+    ROUTER_LOG_WARN(m_logger, m_module_id, "ProcessGetMetaResForCheckTable",
                     "zone:%d,table %s vexmeta is NULL in register_table", zone_id, table);
     return 0;
   }
@@ -170,19 +176,21 @@ int OstrandRouter::ProcessGetMetaResForCheckTable(OStrandPkg* pkg) {
   }
   if (res.iIdlConLen <= 0) {
     info.check_ret = RegisterTableInfo::kCheckPassed;
-    ROUTER_LOG_DEBUG(m_logger, m_module_id, __func__, "get zone:%d,table %s vex info empty.",
-                     zone_id, table);
+    ROUTER_LOG_DEBUG(m_logger, m_module_id, "ProcessGetMetaResForCheckTable",
+                     "get zone:%d,table %s vex info empty.", zone_id, table);
     return 0;
   }
   if (res.iIdlConLen > kMaxIdlLen) {
-    ROUTER_LOG_ERROR(m_logger, m_module_id, __func__, "zone:%d,table %s vexmeta too large", zone_id,
-                     table);
+    ROUTER_LOG_ERROR(m_logger, m_module_id, "ProcessGetMetaResForCheckTable",
+                     "zone:%d,table %s vexmeta too large", zone_id, table);
     info.check_ret = RegisterTableInfo::kCheckFailed;
     info.data_protocol_type = -1;
     info.svr_table_type = table_type;
     return RegisterTableInfo::kCheckFailed;
   }
   return CheckTableImage(info, zone_id, table, *pkg);
+} catch (const std::bad_alloc&) {  // the check is still to be made
+  return ROUTER_ERR_ALLOCATION;
 }
 
 // A step of ProcessGetMetaResForCheckTable; it logs under that name, as the next one does.

@@ -1,6 +1,6 @@
 // The periodic update: one function a step, in the order in which they run.
 #include <algorithm>
-#include <cstdio>
+#include <new>
 
 #include "service_api/log_macros.h"
 #include "service_api/ostrand_router.h"
@@ -16,7 +16,7 @@ constexpr int64_t kPartialSwitchMs = 10000;  // time since the route for a parti
 }  // namespace
 
 void OstrandRouter::OnUpdate(int64_t now_ms, int32_t type, const char* signature,
-                             OstrandServiceRequest* request, OstrandServiceResponse* response) {
+                             OstrandServiceRequest* request, OstrandServiceResponse* response) try {
   (void)type;
   (void)response;
   if (!m_init_succeed) {
@@ -39,6 +39,7 @@ void OstrandRouter::OnUpdate(int64_t now_ms, int32_t type, const char* signature
     HeartBeat(now_ms);
   }
   CheckHeartbeatLatency();
+} catch (const std::bad_alloc&) {  // the next update does what is left
 }
 
 // The steps of OnUpdate; they log under that name.

@@ -9,6 +9,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <string>
 
@@ -48,7 +49,7 @@ class ScopedPause {
 class OstrandServer {
  public:
   // Table name to what is known of the table; zone id to its tables.
-  using RegisterTables = std::map<std::string, RegisterTableInfo>;
+  using RegisterTables = std::map<std::string, RegisterTableInfo, std::less<>>;
   using RegisterZones = std::map<int, RegisterTables>;
 
   static constexpr size_t kLastErrorTextSize = 256;

@@ -69,7 +69,9 @@
   X(uint32_t, dwDynamicErrCountPerMin, "packages", "answers with the error code being watched") \
   X(uint32_t, dwMaxDelay, "ms", "slowest answer of this proxy")                                 \
   X(uint64_t, ullMaxDelayTime, "ms since the epoch", "when the slowest answer came")            \
-  X(uint32_t, dwMaxDelayCmd, "command code", "command of the slowest answer")
+  X(uint32_t, dwMaxDelayCmd, "command code", "command of the slowest answer")                   \
+  X(uint64_t, ullTimeOutCount, "requests", "dwTimeOutCountPerMin of all earlier minutes")       \
+  X(uint64_t, ullProxyReturnSystemErrCount, "packages", "the same of system errors")
 
 // Buckets of a delay record. X(name, unit, meaning); all uint32.
 #define OSTRAND_DELAY_COUNTERS(X)                                                       \

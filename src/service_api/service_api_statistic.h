@@ -3,9 +3,10 @@
 //
 // Ownership: the statistics manager's; a record never moves while the manager lives.
 // Threads: counted on the application's thread; the membership of the access records belongs to the
-// manager, which locks inside.
+// manager, which adds some on the network thread.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 
 #include "service_api/service_api_counters.h"
@@ -76,7 +77,9 @@ struct tagServiceApiStatistic {
   int32_t iTableCount = 0;
   tagTableStatistic astTableStatistic[kMaxTables];
   PERFSTATUS stPerfDelay;
-  int32_t iAccessCount = 0;  // read by the manager alone, under its lock
+  // Access records in use, from the first on. Grows on the network thread, behind the new record's
+  // names and address: whoever reads it may read those.
+  std::atomic<int32_t> iAccessCount{0};
   tagAccessRunStatus astAccessStatistic[kMaxAccesses];
 };
 

@@ -79,8 +79,6 @@ void Free(void* memory) {
   }
 }
 
-constexpr size_t kDefault = alignof(std::max_align_t);
-
 }  // namespace
 
 AllocationFaults::AllocationFaults() {
@@ -109,46 +107,73 @@ UnwatchedAllocations::~UnwatchedAllocations() { --t_watch.suspended; }
 
 }  // namespace OstrandFakes
 
-using OstrandFakes::AllocateOrNull;
-using OstrandFakes::AllocateOrThrow;
-using OstrandFakes::Free;
-using OstrandFakes::kDefault;
+// What every form of operator new and delete comes to. allocation_faults.cmake knows these names;
+// they are visible so that the standard library's own calls come here too.
+#pragma GCC visibility push(default)
+extern "C" {
 
-void* operator new(size_t bytes) { return AllocateOrThrow(bytes, kDefault); }
-void* operator new[](size_t bytes) { return AllocateOrThrow(bytes, kDefault); }
-void* operator new(size_t bytes, std::align_val_t alignment) {
-  return AllocateOrThrow(bytes, static_cast<size_t>(alignment));
+void* ostrand_fakes_new(size_t bytes) {
+  return OstrandFakes::AllocateOrThrow(bytes, alignof(std::max_align_t));
 }
-void* operator new[](size_t bytes, std::align_val_t alignment) {
-  return AllocateOrThrow(bytes, static_cast<size_t>(alignment));
+void* ostrand_fakes_new_aligned(size_t bytes, size_t alignment) {
+  return OstrandFakes::AllocateOrThrow(bytes, alignment);
+}
+void* ostrand_fakes_new_nothrow(size_t bytes) {
+  return OstrandFakes::AllocateOrNull(bytes, alignof(std::max_align_t));
+}
+void* ostrand_fakes_new_aligned_nothrow(size_t bytes, size_t alignment) {
+  return OstrandFakes::AllocateOrNull(bytes, alignment);
+}
+void ostrand_fakes_delete(void* memory) { OstrandFakes::Free(memory); }
+
+}  // extern "C"
+#pragma GCC visibility pop
+
+#if defined(__has_feature)
+#if __has_feature(thread_sanitizer)
+#define OSTRAND_REPLACED_BY_THE_LINKER
+#endif
+#endif
+
+#ifndef OSTRAND_REPLACED_BY_THE_LINKER
+using std::align_val_t;
+using std::nothrow_t;
+
+void* operator new(size_t bytes) { return ostrand_fakes_new(bytes); }
+void* operator new[](size_t bytes) { return ostrand_fakes_new(bytes); }
+void* operator new(size_t bytes, align_val_t alignment) {
+  return ostrand_fakes_new_aligned(bytes, static_cast<size_t>(alignment));
+}
+void* operator new[](size_t bytes, align_val_t alignment) {
+  return ostrand_fakes_new_aligned(bytes, static_cast<size_t>(alignment));
+}
+void* operator new(size_t bytes, const nothrow_t&) noexcept {
+  return ostrand_fakes_new_nothrow(bytes);
+}
+void* operator new[](size_t bytes, const nothrow_t&) noexcept {
+  return ostrand_fakes_new_nothrow(bytes);
+}
+void* operator new(size_t bytes, align_val_t alignment, const nothrow_t&) noexcept {
+  return ostrand_fakes_new_aligned_nothrow(bytes, static_cast<size_t>(alignment));
+}
+void* operator new[](size_t bytes, align_val_t alignment, const nothrow_t&) noexcept {
+  return ostrand_fakes_new_aligned_nothrow(bytes, static_cast<size_t>(alignment));
 }
 
-void* operator new(size_t bytes, const std::nothrow_t&) noexcept {
-  return AllocateOrNull(bytes, kDefault);
+void operator delete(void* memory) noexcept { ostrand_fakes_delete(memory); }
+void operator delete[](void* memory) noexcept { ostrand_fakes_delete(memory); }
+void operator delete(void* memory, size_t) noexcept { ostrand_fakes_delete(memory); }
+void operator delete[](void* memory, size_t) noexcept { ostrand_fakes_delete(memory); }
+void operator delete(void* memory, align_val_t) noexcept { ostrand_fakes_delete(memory); }
+void operator delete[](void* memory, align_val_t) noexcept { ostrand_fakes_delete(memory); }
+void operator delete(void* memory, size_t, align_val_t) noexcept { ostrand_fakes_delete(memory); }
+void operator delete[](void* memory, size_t, align_val_t) noexcept { ostrand_fakes_delete(memory); }
+void operator delete(void* memory, const nothrow_t&) noexcept { ostrand_fakes_delete(memory); }
+void operator delete[](void* memory, const nothrow_t&) noexcept { ostrand_fakes_delete(memory); }
+void operator delete(void* memory, align_val_t, const nothrow_t&) noexcept {
+  ostrand_fakes_delete(memory);
 }
-void* operator new[](size_t bytes, const std::nothrow_t&) noexcept {
-  return AllocateOrNull(bytes, kDefault);
+void operator delete[](void* memory, align_val_t, const nothrow_t&) noexcept {
+  ostrand_fakes_delete(memory);
 }
-void* operator new(size_t bytes, std::align_val_t alignment, const std::nothrow_t&) noexcept {
-  return AllocateOrNull(bytes, static_cast<size_t>(alignment));
-}
-void* operator new[](size_t bytes, std::align_val_t alignment, const std::nothrow_t&) noexcept {
-  return AllocateOrNull(bytes, static_cast<size_t>(alignment));
-}
-
-void operator delete(void* memory) noexcept { Free(memory); }
-void operator delete[](void* memory) noexcept { Free(memory); }
-void operator delete(void* memory, size_t) noexcept { Free(memory); }
-void operator delete[](void* memory, size_t) noexcept { Free(memory); }
-void operator delete(void* memory, std::align_val_t) noexcept { Free(memory); }
-void operator delete[](void* memory, std::align_val_t) noexcept { Free(memory); }
-void operator delete(void* memory, size_t, std::align_val_t) noexcept { Free(memory); }
-void operator delete[](void* memory, size_t, std::align_val_t) noexcept { Free(memory); }
-void operator delete(void* memory, const std::nothrow_t&) noexcept { Free(memory); }
-void operator delete[](void* memory, const std::nothrow_t&) noexcept { Free(memory); }
-void operator delete(void* memory, std::align_val_t, const std::nothrow_t&) noexcept {
-  Free(memory);
-}
-void operator delete[](void* memory, std::align_val_t, const std::nothrow_t&) noexcept {
-  Free(memory);
-}
+#endif

@@ -70,8 +70,21 @@ void RecordingLogger::Log(LogLevel level, int reserved, int module_id, const cha
   va_start(args, format);
   LogLine logged{level, module_id, file, function, Format(format, args), reserved, line};
   va_end(args);
+  std::function<void(const LogLine&)> hook;
+  {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    hook = m_hook;
+  }
+  if (hook) {
+    hook(logged);
+  }
   const std::lock_guard<std::mutex> lock(m_mutex);
   m_lines.push_back(std::move(logged));
+}
+
+void RecordingLogger::OnLine(std::function<void(const LogLine&)> hook) {
+  const std::lock_guard<std::mutex> lock(m_mutex);
+  m_hook = std::move(hook);
 }
 
 bool RecordingLogger::IsPriorityEnabled(LogLevel level) {

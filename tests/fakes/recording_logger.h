@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstdarg>
+#include <functional>
 #include <iosfwd>
 #include <mutex>
 #include <string>
@@ -45,6 +46,9 @@ class RecordingLogger : public OstrandCommon::Logger {
 
   // The most talkative level that is enabled; TRACE, that is every level, unless set.
   void SetThreshold(OstrandCommon::LogLevel level);
+  // Called with each line before it is kept, without a lock, so that a test sees what has happened
+  // by then. The hook must not log.
+  void OnLine(std::function<void(const LogLine&)> hook);
   // How often IsPriorityEnabled was asked about this level.
   int AskedAbout(OstrandCommon::LogLevel level) const;
 
@@ -66,6 +70,7 @@ class RecordingLogger : public OstrandCommon::Logger {
   mutable std::mutex m_mutex;
   OstrandCommon::LogLevel m_threshold = OstrandCommon::OSTRAND_LOG_LEVEL_TRACE;
   void* m_handle = this;
+  std::function<void(const LogLine&)> m_hook;
   std::vector<LogLine> m_lines;
   std::vector<OstrandCommon::LogLevel> m_asked;
 };

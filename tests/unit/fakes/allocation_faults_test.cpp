@@ -70,6 +70,17 @@ TEST(AllocationFaults, KnowsWhatIsStillOut) {
   EXPECT_EQ(0, faults.outstanding());
 }
 
+TEST(AllocationFaults, SeesWhatTheStandardLibraryAllocatesInsideItself) {
+  AllocationFaults faults;
+  {
+    std::string text(100, 'x');
+    text += std::string(1000, 'y');
+    EXPECT_LE(3, faults.throwing_count());
+    EXPECT_LE(1, faults.outstanding());
+  }
+  EXPECT_EQ(0, faults.outstanding());
+}
+
 TEST(AllocationFaults, EndsWithItsScope) {
   {
     AllocationFaults faults;

@@ -72,6 +72,19 @@ TEST_F(RecordingLoggerTest, KeepsLongTextsWhole) {
   EXPECT_EQ(text, logger.Texts().back());
 }
 
+TEST_F(RecordingLoggerTest, ShowsEachLineToTheHookBeforeItIsKept) {
+  std::vector<LogLine> shown;
+  std::vector<size_t> kept;
+  logger.OnLine([&](const LogLine& line) {
+    shown.push_back(line);
+    kept.push_back(logger.Lines().size());
+  });
+  logger.Log(OSTRAND_LOG_LEVEL_INFO, 0, 3, "file", 14, "Third", "%d", 7);
+  logger.Log(OSTRAND_LOG_LEVEL_INFO, 0, 3, "file", 15, "Third", "%d", 8);
+  EXPECT_EQ(std::vector<size_t>({3, 4}), kept);
+  EXPECT_EQ(std::vector<LogLine>({logger.Lines()[3], logger.Lines()[4]}), shown);
+}
+
 TEST_F(RecordingLoggerTest, AnswersWhetherALevelIsEnabledAndRemembersTheQuestion) {
   EXPECT_TRUE(logger.IsPriorityEnabled(OSTRAND_LOG_LEVEL_DEBUG));
   logger.SetThreshold(OSTRAND_LOG_LEVEL_INFO);

@@ -2,7 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <future>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "fakes/scripted_connector_mgr.h"
@@ -97,6 +100,38 @@ TEST_F(ScriptedConnectorTest, DeliversAFrameAndQueuesItWhenItIsLeft) {
   answer = 1;
   EXPECT_EQ(1, mgr.Deliver(kUrl, "frame"));
   EXPECT_EQ(1U, mgr.At(kUrl).queued_frames());
+}
+
+// A callback that runs until it is let go.
+struct LongCallback {
+  static int Run(const char*, const char*, int, void* arg) {
+    auto* self = static_cast<LongCallback*>(arg);
+    self->started.set_value();
+    self->go_on.get_future().wait();
+    self->finished = true;
+    return 1;
+  }
+
+  std::promise<void> started;
+  std::promise<void> go_on;
+  std::atomic<bool> finished{false};
+};
+
+TEST_F(ScriptedConnectorTest, IsRemovedOnlyWhenItsCallbackHasReturned) {
+  LongCallback callback;
+  auto* connector = static_cast<ScriptedConnector*>(
+      mgr.CreateConnector("tcp://long:1", nullptr, -1, &LongCallback::Run, &callback));
+  std::thread network([&] { mgr.Deliver(*connector, "frame"); });
+  callback.started.get_future().wait();
+  bool finished_at_removal = false;
+  std::thread application([&] {
+    mgr.RemoveConnector(connector);
+    finished_at_removal = callback.finished;
+  });
+  callback.go_on.set_value();
+  application.join();
+  network.join();
+  EXPECT_TRUE(finished_at_removal);
 }
 
 TEST_F(ScriptedConnectorTest, FailsTheNthCreation) {

@@ -8,30 +8,17 @@
 #include <algorithm>
 #include <cstdint>
 #include <set>
-#include <string>
 #include <utility>
 #include <vector>
 
-#include "fakes/allocation_faults.h"
-#include "fakes/router_fixture.h"
+#include "service_api/ostrand_router.h"
+#include "unit/service_api/router_partition_test.h"
 
 namespace OstrandService {
 namespace {
 
-using OstrandCommon::OSTRAND_LOG_LEVEL_ERROR;
-using OstrandCommon::OSTRAND_LOG_LEVEL_INFO;
-using OstrandCommon::OSTRAND_LOG_LEVEL_TRACE;
-using OstrandFakes::AllocationFaults;
-using OstrandFakes::RouterFixture;
-
-constexpr int kFailed = -256;
-constexpr uint64_t kFullTotal = 0xFFFFFFFFFFFFFFFF;  // 2^64 does not fit
-constexpr uint64_t kIdealArc = 0x28F5C28F5C28F5C;    // 2^64 / 100
+constexpr uint64_t kIdealArc = 0x28F5C28F5C28F5C;  // 2^64 / 100
 constexpr int kRealNums[] = {1, 2, 3, 50, 199, 200};
-
-// Length and ending of an arc, or total and id of a real node.
-using Pair = std::pair<uint64_t, uint64_t>;
-using Pairs = std::vector<Pair>;
 
 // Pairs in descending order of the first number; among equal ones the earliest inserted is first.
 class Ranking {
@@ -86,35 +73,6 @@ struct Model {
 
   std::vector<Ranking> arcs;
   Ranking totals;
-};
-
-class RouterPartitionTest : public testing::Test, public RouterFixture {
- protected:
-  RouterPartitionTest() { peer->m_logger() = &logger; }
-
-  void Partition(int real_num) { ASSERT_EQ(0, peer->ConHashCalcHashNode(real_num)); }
-
-  Pairs Arcs(int id) {
-    const Len2Ending& bucket = peer->m_len2ending()[id];
-    return Pairs(bucket.begin(), bucket.end());
-  }
-  Pairs Totals() { return Pairs(peer->m_totallen2id().begin(), peer->m_totallen2id().end()); }
-  std::set<uint64_t> Endings(int id) {
-    std::set<uint64_t> endings;
-    for (const auto& [length, ending] : Arcs(id)) {
-      endings.insert(ending);
-    }
-    return endings;
-  }
-  uint64_t TotalOf(int id) {
-    for (const auto& [total, owner] : Totals()) {
-      if (owner == static_cast<uint64_t>(id)) {
-        return total;
-      }
-    }
-    ADD_FAILURE() << "no total of " << id;
-    return 0;
-  }
 };
 
 // --- Values ---
@@ -357,118 +315,6 @@ TEST_F(RouterPartitionTest, CutsAnArcThatIsTooShortAllTheSame) {
   EXPECT_EQ(Pairs({{uint64_t{5} - 100 * step, 1000}}), Arcs(0)) << "wrapped, not guarded";
   EXPECT_EQ(Pair(step, 995 + step), Arcs(1).front());
 }
-
-// --- Log lines and codes ---
-
-TEST_F(RouterPartitionTest, LogsTheLargestDistanceOfTotalsSeen) {
-  const struct {
-    int real_num;
-    const char* text;
-  } kCases[] = {{1,
-                 "real node max distance: 0.000000, real_num|1, MAX_NODE_PER_SERVER|100, "
-                 "m_totallen2id_num|1"},
-                {2,
-                 "real node max distance: 0.000000, real_num|2, MAX_NODE_PER_SERVER|100, "
-                 "m_totallen2id_num|2"},
-                {50,
-                 "real node max distance: 0.009967, real_num|50, MAX_NODE_PER_SERVER|100, "
-                 "m_totallen2id_num|50"},
-                {200,
-                 "real node max distance: 0.009967, real_num|200, MAX_NODE_PER_SERVER|100, "
-                 "m_totallen2id_num|200"}};
-  logger.SetThreshold(OSTRAND_LOG_LEVEL_ERROR);
-  for (const auto& c : kCases) {
-    logger.Clear();
-    Partition(c.real_num);
-    EXPECT_EQ(Lines({{OSTRAND_LOG_LEVEL_TRACE, "ConHashCalcHashNode", c.text}}), logger.Lines());
-    EXPECT_EQ(0, logger.AskedAbout(OSTRAND_LOG_LEVEL_TRACE)) << "this line is cheap";
-  }
-}
-
-TEST_F(RouterPartitionTest, RefusesLessThanOneNodeAtInfoAndTouchesNothing) {
-  Partition(3);
-  const Pairs arcs = Arcs(0);
-  const Pairs totals = Totals();
-  for (const int real_num : {0, -1, -2147483647 - 1}) {
-    logger.Clear();
-    EXPECT_EQ(kFailed, peer->ConHashCalcHashNode(real_num));
-    EXPECT_EQ(Lines({{OSTRAND_LOG_LEVEL_INFO, "ConHashCalcHashNode",
-                      "param error, real_num|" + std::to_string(real_num)}}),
-              logger.Lines());
-    EXPECT_EQ(arcs, Arcs(0));
-    EXPECT_EQ(totals, Totals());
-  }
-}
-
-TEST_F(RouterPartitionTest, RefusesToSplitForANegativeIdAtError) {
-  Partition(3);
-  const Pairs totals = Totals();
-  for (const int id : {-1, -2147483647 - 1}) {
-    logger.Clear();
-    EXPECT_EQ(kFailed, peer->ConHashSplitHashRing(id));
-    EXPECT_EQ(Lines({{OSTRAND_LOG_LEVEL_ERROR, "ConHashSplitHashRing",
-                      "param error, id|" + std::to_string(id)}}),
-              logger.Lines());
-    EXPECT_EQ(totals, Totals());
-  }
-}
-
-TEST_F(RouterPartitionTest, CannotSplitWithoutOwners) {
-  EXPECT_EQ(kFailed, peer->ConHashSplitHashRing(1));
-  EXPECT_EQ(
-      Lines({{OSTRAND_LOG_LEVEL_ERROR, "ConHashSplitHashRing", "it_total == m_totallen2id.end()"}}),
-      logger.Lines());
-}
-
-TEST_F(RouterPartitionTest, CannotSplitAnOwnerWithoutArcs) {
-  peer->m_totallen2id().emplace(kFullTotal, 7);
-  EXPECT_EQ(kFailed, peer->ConHashSplitHashRing(1));
-  EXPECT_EQ(
-      Lines({{OSTRAND_LOG_LEVEL_ERROR, "ConHashSplitHashRing", "it_len == m_len2ending[n].end()"}}),
-      logger.Lines());
-}
-
-TEST_F(RouterPartitionTest, HasTheSameCodesWithoutALogger) {
-  peer->m_logger() = nullptr;
-  EXPECT_EQ(kFailed, peer->ConHashCalcHashNode(0));
-  EXPECT_EQ(kFailed, peer->ConHashSplitHashRing(-1));
-  EXPECT_EQ(kFailed, peer->ConHashSplitHashRing(1)) << "no owners";
-  peer->m_totallen2id().emplace(kFullTotal, 7);
-  EXPECT_EQ(kFailed, peer->ConHashSplitHashRing(1)) << "no arcs";
-  EXPECT_EQ(0, peer->ConHashCalcHashNode(3));
-  EXPECT_TRUE(logger.Lines().empty());
-}
-
-TEST_F(RouterPartitionTest, TurnsEveryAllocationFailureIntoItsCode) {
-  int failures = 0;
-  for (bool struck = true; struck; ++failures) {
-    // A fresh router each time: the containers of another round could lend their nodes.
-    MakeRouter();
-    AllocationFaults faults;
-    faults.FailThrowing(failures + 1);
-    const int result = peer->ConHashCalcHashNode(2);
-    struck = faults.struck();
-    ASSERT_EQ(struck ? kFailed : 0, result) << failures;
-  }
-  EXPECT_LT(300, failures) << "100 places and arcs, 100 more arcs, two totals";
-}
-
-TEST_F(RouterPartitionTest, CanBeMadeAnewAfterAnAllocationFailure) {
-  {
-    AllocationFaults faults;
-    faults.FailThrowing(500);
-    ASSERT_EQ(kFailed, peer->ConHashCalcHashNode(200));
-  }
-  Partition(200);
-  EXPECT_EQ(Model(200).totals.pairs(), Totals());
-}
-
-#ifndef NDEBUG
-TEST_F(RouterPartitionTest, AssertsThatThereIsRoomForTheNodes) {
-  EXPECT_DEATH(peer->ConHashCalcHashNode(201), "");
-  EXPECT_DEATH(peer->ConHashSplitHashRing(200), "");
-}
-#endif
 
 }  // namespace
 }  // namespace OstrandService
