@@ -1,0 +1,347 @@
+#include "client/client.h"
+
+#include <algorithm>
+#include <cstring>
+#include <utility>
+
+#include "client/pending_requests.h"
+#include "client/service.h"
+#include "common/clock.h"
+#include "common/ostrand_reqresp_util.h"
+#include "protocol/ostrand_protocol_cs.h"
+
+namespace OstrandService {
+namespace {
+
+using namespace ostrand_protocol_cs;  // NOLINT: commands
+using OstrandCommon::GetMonotonicMilliseconds;
+using OstrandCommon::OstrandReqRespUtil;
+
+constexpr size_t kSendTogether = 32;
+constexpr size_t kUpdatesForAllOverdue = 100;
+
+bool IsCommandOfApplication(uint32_t cmd) {
+  return cmd == OSTRAND_API_METADATA_GET_REQ || OstrandReqRespUtil::IsReadRequest(cmd, 0) ||
+         OstrandReqRespUtil::IsWriteRequest(cmd, 0);
+}
+
+bool NeedsKey(uint32_t cmd) {
+  return OstrandReqRespUtil::IsSimpleReadRequest(cmd, 0) ||
+         OstrandReqRespUtil::IsSimpleWriteRequest(cmd, 0);
+}
+
+}  // namespace
+
+struct Client::Impl {
+  explicit Impl(const ClientOptions& given)
+      : options(given), options_error(CheckOptions(options)), pending(options.max_in_flight) {}
+
+  int Send(ClientRequest& request);
+  int SendToRouter(OstrandRouter& router, ClientRequest& request, PendingRequest& entry);
+  int Poll(ClientResponse& response);
+  bool IsOutcome(ClientResponse& response);
+  void TimeOut(PendingRequest& request, ClientResponse& response);
+  int Receive(ClientResponse& response, int timeout_ms);
+  void UpdateIfDue();
+  void Update(int64_t now_ms);
+
+  const ClientOptions options;
+  const char* const options_error;
+  std::unique_ptr<Service> service;  // null before Start and behind Stop
+  PendingRequests pending;
+  ClientCounters counters;
+  ClientResponse own_response;  // for answers that nobody waits for
+  int64_t update_due_ms = 0;
+  size_t queued = 0;     // requests sent since the last flush
+  size_t next_zone = 0;  // polled first
+};
+
+Client::Client(const ClientOptions& options) : m_impl(std::make_unique<Impl>(options)) {}
+
+Client::~Client() { Stop(0); }
+
+int Client::Start() {
+  Impl& impl = *m_impl;
+  if (impl.options_error != nullptr) {
+    return CLIENT_ERR_OPTIONS;
+  }
+  if (impl.service != nullptr) {
+    return CLIENT_ERR_NOT_STARTED;
+  }
+  impl.service = std::make_unique<Service>(impl.options);
+  const int ret = impl.service->Start();
+  if (ret != 0) {
+    impl.service.reset();
+  }
+  return ret;
+}
+
+int Client::WaitReady(int timeout_ms) {
+  Impl& impl = *m_impl;
+  if (impl.service == nullptr) {
+    return CLIENT_ERR_NOT_STARTED;
+  }
+  const int64_t deadline_ms = GetMonotonicMilliseconds() + timeout_ms;
+  for (;;) {
+    impl.UpdateIfDue();
+    if (impl.service->IsReady()) {
+      return 0;
+    }
+    const uint64_t seen = impl.service->Connectors().FramesSeen();
+    if (impl.pending.size() == 0) {
+      impl.Poll(impl.own_response);  // answers about schemas
+    }
+    for (const TableOptions& table : impl.options.tables) {
+      const int32_t ret = impl.service->TableCheckResult(table.zone_id, table.name.c_str());
+      if (ret < 0) {
+        return ret;
+      }
+    }
+    const int64_t now_ms = GetMonotonicMilliseconds();
+    if (now_ms >= deadline_ms) {
+      return CLIENT_ERR_NOT_READY_IN_TIME;
+    }
+    impl.service->Connectors().WaitForFrames(seen, std::min(deadline_ms, impl.update_due_ms));
+  }
+}
+
+int Client::Send(ClientRequest& request) {
+  return m_impl->service != nullptr ? m_impl->Send(request) : CLIENT_ERR_NOT_STARTED;
+}
+
+int Client::Impl::Send(ClientRequest& request) {
+  UpdateIfDue();
+  const uint32_t cmd = request.GetCmd();
+  if (!IsCommandOfApplication(cmd)) {
+    return CLIENT_ERR_REQUEST;
+  }
+  const char* table_name = request.GetTableName(nullptr);
+  OstrandRouter* router = service->RouterOf(request.GetZoneId());
+  const int32_t subscript =
+      table_name != nullptr ? service->FindTable(request.GetZoneId(), table_name) : -1;
+  if (router == nullptr || subscript < 0) {
+    return CLIENT_ERR_TABLE;
+  }
+  if (NeedsKey(cmd) && request.GetPkg()->stHead.stKeyInfo.dwFieldNum == 0) {
+    return CLIENT_ERR_KEY;
+  }
+  PendingRequest* entry = pending.Add();
+  if (entry == nullptr) {
+    return CLIENT_ERR_TOO_MANY;
+  }
+  if (request.timeout_ms <= 0) {
+    request.timeout_ms = options.default_timeout_ms;
+  }
+  entry->cmd = cmd;
+  entry->zone_id = request.GetZoneId();
+  entry->subscript = subscript;
+  entry->seq = request.GetSequence();
+  request.SetAsynID(entry->asyn_id);
+  request.SetTableSubscript(subscript);
+  request.SetAppId(static_cast<int32_t>(options.app_id));
+  request.SetMetaVersion(service->GetTableMetaVersion(request.GetZoneId(), table_name));
+  const int ret = SendToRouter(*router, request, *entry);
+  if (ret != 0) {
+    pending.Remove(entry->asyn_id);
+    return ret;
+  }
+  ++counters.accepted;
+  ++queued;
+  if (queued >= kSendTogether || pending.size() == 1) {
+    service->Connectors().Flush();
+    queued = 0;
+  }
+  return 0;
+}
+
+int Client::Impl::SendToRouter(OstrandRouter& router, ClientRequest& request,
+                               PendingRequest& entry) {
+  const size_t in_flight = service->InFlight(entry.zone_id);
+  request.net_size = 0;
+  const int ret = router.SendRequest(&request);
+  if (ret != 0) {
+    return ret;
+  }
+  if (request.net_size == 0) {
+    return CLIENT_ERR_NOT_READY;
+  }
+  entry.deadline_ms = GetMonotonicMilliseconds() + request.timeout_ms;
+  if (service->InFlight(entry.zone_id) == in_flight) {  // it went without a routing context
+    pending.Watch(entry);
+  }
+  return 0;
+}
+
+int Client::Flush() {
+  if (m_impl->service == nullptr) {
+    return CLIENT_ERR_NOT_STARTED;
+  }
+  m_impl->service->Connectors().Flush();
+  m_impl->queued = 0;
+  return 0;
+}
+
+int Client::Receive(ClientResponse& response, int timeout_ms) {
+  return m_impl->service != nullptr ? m_impl->Receive(response, timeout_ms)
+                                    : CLIENT_ERR_NOT_STARTED;
+}
+
+int Client::Impl::Receive(ClientResponse& response, int timeout_ms) {
+  int64_t deadline_ms = -1;
+  for (;;) {
+    UpdateIfDue();
+    const uint64_t seen = service->Connectors().FramesSeen();
+    const int ret = Poll(response);
+    if (ret != 0) {
+      return ret;
+    }
+    service->Connectors().Flush();
+    queued = 0;
+    const int64_t now_ms = GetMonotonicMilliseconds();
+    if (deadline_ms < 0) {
+      deadline_ms = now_ms + timeout_ms;
+    }
+    if (now_ms >= deadline_ms) {
+      return 0;
+    }
+    service->Connectors().WaitForFrames(seen, std::min(deadline_ms, update_due_ms));
+  }
+}
+
+// 1: `response` is an outcome, or a package of one; 0: nothing is there.
+int Client::Impl::Poll(ClientResponse& response) {
+  const size_t zones = service->ZoneCount();
+  for (size_t i = 0; i < zones; ++i) {
+    OstrandRouter& router = service->RouterAt(next_zone);
+    while (router.RecvResponse(&response, nullptr) == 1) {
+      if (IsOutcome(response)) {
+        return 1;
+      }
+    }
+    next_zone = (next_zone + 1) % zones;
+  }
+  PendingRequest* overdue = pending.FindOverdue(GetMonotonicMilliseconds(), kUpdatesForAllOverdue);
+  if (overdue != nullptr) {
+    TimeOut(*overdue, response);
+    return 1;
+  }
+  return 0;
+}
+
+// Whether it goes to the application: an answer to one of its pending requests.
+bool Client::Impl::IsOutcome(ClientResponse& response) {
+  if (service->TakeOwnAnswer(response)) {
+    return false;
+  }
+  const uint64_t asyn_id = response.GetAsynID();
+  PendingRequest* request = pending.Find(asyn_id);
+  if (request == nullptr || request->cmd + 1 != response.GetCmd()) {
+    ++counters.dropped;
+    return false;
+  }
+  if (response.GetResult() == 0 && response.HaveMoreResPkgs() == 1) {
+    request->deadline_ms = GetMonotonicMilliseconds() + options.default_timeout_ms;
+    return true;
+  }
+  if (response.GetResult() == ClientResponse::kResultTimeOut) {
+    ++counters.timed_out;
+  }
+  ++counters.outcomes;
+  pending.Remove(asyn_id);
+  return true;
+}
+
+void Client::Impl::TimeOut(PendingRequest& request, ClientResponse& response) {
+  response.BuildTimeOutRes(options.app_id, request.zone_id,
+                           service->TableName(request.zone_id, request.subscript), request.cmd + 1,
+                           nullptr, 0, request.asyn_id, request.seq);
+  ++counters.timed_out;
+  ++counters.outcomes;
+  pending.Remove(request.asyn_id);
+}
+
+int Client::Call(ClientRequest& request, ClientResponse& response) {
+  Impl& impl = *m_impl;
+  if (impl.service == nullptr) {
+    return CLIENT_ERR_NOT_STARTED;
+  }
+  if (impl.pending.size() != 0) {
+    return CLIENT_ERR_BUSY;
+  }
+  const int ret = impl.Send(request);
+  if (ret != 0) {
+    return ret;
+  }
+  // The request times out by itself.
+  while (impl.Receive(response, 1000) == 0) {
+  }
+  return 0;
+}
+
+int Client::Update() {
+  if (m_impl->service == nullptr) {
+    return CLIENT_ERR_NOT_STARTED;
+  }
+  m_impl->UpdateIfDue();
+  return 0;
+}
+
+void Client::Impl::UpdateIfDue() {
+  const int64_t now_ms = GetMonotonicMilliseconds();
+  if (now_ms >= update_due_ms) {
+    service->Update();
+    queued = 0;
+    update_due_ms = now_ms + options.update_interval_ms;
+  }
+}
+
+size_t Client::Stop(int drain_ms, const std::function<void(ClientResponse&)>& on_outcome) {
+  Impl& impl = *m_impl;
+  if (impl.service == nullptr) {
+    return 0;
+  }
+  const auto hand_out = [&impl, &on_outcome] {
+    if (on_outcome) {
+      on_outcome(impl.own_response);
+    }
+  };
+  const uint64_t timed_out_before = impl.counters.timed_out;
+  const int64_t deadline_ms = GetMonotonicMilliseconds() + drain_ms;
+  while (impl.pending.size() != 0 && GetMonotonicMilliseconds() < deadline_ms) {
+    const auto left_ms = static_cast<int>(deadline_ms - GetMonotonicMilliseconds());
+    if (impl.Receive(impl.own_response, std::max(left_ms, 0)) == 1) {
+      hand_out();
+    }
+  }
+  while (PendingRequest* request = impl.pending.Any()) {
+    impl.TimeOut(*request, impl.own_response);
+    hand_out();
+  }
+  impl.service->Stop();
+  impl.service.reset();
+  return static_cast<size_t>(impl.counters.timed_out - timed_out_before);
+}
+
+size_t Client::InFlight() const { return m_impl->pending.size(); }
+
+ClientCounters Client::Counters() const { return m_impl->counters; }
+
+const char* Client::OptionsError() const { return m_impl->options_error; }
+
+void Client::GetLastError(int32_t& code, std::string& text) {
+  code = 0;
+  text.clear();
+  if (m_impl->service != nullptr) {
+    m_impl->service->GetLastError(code, text);
+  }
+}
+
+std::string Client::StatusText() {
+  return m_impl->service != nullptr ? m_impl->service->StatusText() : std::string();
+}
+
+uint64_t Client::SystemCalls() const {
+  return m_impl->service != nullptr ? m_impl->service->Connectors().SystemCalls() : 0;
+}
+
+}  // namespace OstrandService

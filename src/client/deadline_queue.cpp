@@ -1,0 +1,101 @@
+#include "client/deadline_queue.h"
+
+#include <algorithm>
+#include <new>
+
+namespace OstrandService {
+
+bool DeadlineQueue::Reserve(uint32_t count) {
+  if (count <= m_room) {
+    return true;
+  }
+  std::unique_ptr<Node[]> nodes(new (std::nothrow) Node[count]);
+  if (nodes == nullptr || !m_heap.Reserve(count)) {
+    return false;
+  }
+  std::copy_n(m_nodes.get(), m_room, nodes.get());
+  m_nodes = std::move(nodes);
+  m_room = count;
+  return true;
+}
+
+bool DeadlineQueue::First(uint32_t& item, int64_t& deadline_ms) const {
+  const Deadline* first = nullptr;
+  if (!m_heap.empty()) {
+    first = &m_heap.top_deadline();
+    item = m_heap.top();
+  }
+  for (const Lane& lane : m_lanes) {
+    if (lane.first == kNone) {
+      continue;
+    }
+    const Deadline& deadline = m_nodes[lane.first].deadline;
+    if (first == nullptr || deadline < *first) {
+      first = &deadline;
+      item = lane.first;
+    }
+  }
+  if (first == nullptr) {
+    return false;
+  }
+  deadline_ms = first->ms;
+  return true;
+}
+
+void DeadlineQueue::Set(uint32_t item, int64_t deadline_ms) {
+  Erase(item);
+  Node& node = m_nodes[item];
+  node.deadline = {deadline_ms, m_next_order++};
+  const uint32_t lane = LaneFor(node.deadline);
+  if (lane == kNone) {
+    node.where = kHeap;
+    m_heap.Insert(item, node.deadline);
+  } else {
+    Append(lane, item);
+  }
+}
+
+// The lane that ends nearest before the deadline, else an empty one, else none.
+uint32_t DeadlineQueue::LaneFor(const Deadline& deadline) const {
+  uint32_t found = kNone;
+  uint32_t empty = kNone;
+  for (uint32_t i = 0; i < kLanes; ++i) {
+    const uint32_t last = m_lanes[i].last;
+    if (last == kNone) {
+      empty = empty == kNone ? i : empty;
+    } else if (m_nodes[last].deadline < deadline &&
+               (found == kNone || m_nodes[m_lanes[found].last].deadline < m_nodes[last].deadline)) {
+      found = i;
+    }
+  }
+  return found != kNone ? found : empty;
+}
+
+void DeadlineQueue::Append(uint32_t lane_index, uint32_t item) {
+  Lane& lane = m_lanes[lane_index];
+  Node& node = m_nodes[item];
+  node.where = lane_index;
+  node.previous = lane.last;
+  node.next = kNone;
+  (lane.last != kNone ? m_nodes[lane.last].next : lane.first) = item;
+  lane.last = item;
+}
+
+void DeadlineQueue::Unlink(uint32_t item) {
+  const Node& node = m_nodes[item];
+  Lane& lane = m_lanes[node.where];
+  (node.previous != kNone ? m_nodes[node.previous].next : lane.first) = node.next;
+  (node.next != kNone ? m_nodes[node.next].previous : lane.last) = node.previous;
+}
+
+void DeadlineQueue::Erase(uint32_t item) {
+  Node& node = m_nodes[item];
+  if (node.where == kHeap) {
+    m_heap.Erase(item);
+  } else if (node.where != kNowhere) {
+    Unlink(item);
+  }
+  node.where = kNowhere;
+}
+
+}  // namespace OstrandService
