@@ -21,7 +21,8 @@ int32_t FakeLatencyDataMgr::PushBack(int32_t zone_id, int64_t send_ms, int32_t t
   if (m_push_back_result < 0) {
     return m_push_back_result;
   }
-  const int32_t id = m_next_id++;
+  const int32_t id = m_next_id;
+  m_next_id = id == INT32_MAX ? 0 : id + 1;
   auto record = std::make_unique<Record>();
   LatencyData& data = record->data;
   data = LatencyData{};

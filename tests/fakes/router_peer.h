@@ -84,6 +84,7 @@ class OstrandRouterPeer {
   OSTRAND_PEER_MEMBER(m_lastCheckProxyTime)
   OSTRAND_PEER_MEMBER(m_randSed)
   OSTRAND_PEER_MEMBER(m_last_check_time)
+  OSTRAND_PEER_MEMBER(m_virtual_node_index)
 
   // The lists.
   OSTRAND_PEER_OPERATION(AddServerNode)
