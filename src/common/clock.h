@@ -1,7 +1,8 @@
 // The clocks: the only place of the library that asks the system for the time.
 //
-// Wall-clock times are counted from the epoch (1970-01-01 UTC). The wall clock may step in both directions;
-// whoever measures with it says what a step does.
+// Wall-clock times are counted from the epoch (1970-01-01 UTC). The wall clock may step in both
+// directions; whoever measures with it says what a step does.
+//
 // Threads: every function may be called from any thread.
 #pragma once
 

@@ -41,8 +41,8 @@ class OSTRAND_SCOPED_CAPABILITY ScopedLock {
   Mutex& m_mutex;
 };
 
-// Lets threads wait, under a Mutex, until another thread changed something. A wait may end without a
-// signal: whoever waits looks again.
+// Lets threads wait, under a Mutex, until another thread changed something. A wait may end without
+// a signal: whoever waits looks again.
 class Condition {
  public:
   Condition() {

@@ -31,7 +31,6 @@ ListNode* List::TakeFreeNode() {
   ListNode* node = m_free_node;
   if (node != nullptr) {
     m_free_node = node->next;
-    node->next = nullptr;
     std::memset(node->data(), 0, m_unit_size);
     ++m_used;
   }

@@ -31,7 +31,7 @@ class List {
   // Each adds a zeroed payload and returns it; null when all nodes are in use.
   void* PushBack();
   void* PushFront();
-  void* InsertAfter(ListNode* node);  // REQUIRES: node is in the list
+  void* InsertAfter(ListNode* node);  // null for null. REQUIRES: else node is in the list
 
   void* Front();                             // payload of the first node, null when empty
   ListNode* Begin() { return m_list_head; }  // null when empty

@@ -220,7 +220,8 @@ class OstrandRouter {
   // Registers a table's QoS record: the router counts in it until RemoveTableQos. At most 256; one
   // too many is only logged, a second record of the same zone and table is ignored.
   void SetQos(tagTableQos* qos);
-  // Forgets a table's record. 0, also when there was none; -1 for a null name.
+  // Forgets a table's record. 0, also when there was none; -1 for a null name. Only the first 32
+  // characters count: a name of that length needs no NUL.
   int RemoveTableQos(int zone_id, const char* table_name);
 
   // Gives a code to report to the proxies with the next heartbeat; each code is told once. Any

@@ -172,6 +172,9 @@ int OstrandRouter::CheckConnectAll(int64_t& auth_cnt, int64_t& total_cnt) {
   if (m_is_all_connected) {
     return ALL_CONNECTED;
   }
+  if (m_ostrand_server == nullptr) {  // an Init after Fini was given none
+    return NOT_READY;
+  }
   {
     ScopedPause pause(m_ostrand_server->GetNetThread());
     auth_cnt = 0;

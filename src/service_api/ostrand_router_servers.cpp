@@ -26,10 +26,10 @@ bool CanTakeRequests(const ProxyServer* server) {
          server->last_auth_result == 0;
 }
 
+// node: as List hands it out, zeroed.
 void FillNode(RealServerNode* node, const char* server_url, const char* server_id,
               ProxyServer* server) {
   std::snprintf(node->server_url, sizeof(node->server_url), "%s", server_url);
-  std::memset(node->server_id, 0, sizeof(node->server_id));
   if (server_id != nullptr) {
     std::memcpy(node->server_id, server_id, strnlen(server_id, sizeof(node->server_id)));
   }

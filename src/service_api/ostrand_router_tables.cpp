@@ -89,8 +89,9 @@ int OstrandRouter::RemoveTableQos(int zone_id, const char* table_name) {
     ROUTER_LOG_ERROR(m_logger, m_module_id, __func__, "zoneid:%d, NULL == table_name.", zone_id);
     return -1;
   }
+  const BoundedName name(table_name);
   ROUTER_LOG_DEBUG(m_logger, m_module_id, __func__, "zone_id:%d table_name:%s table count:%d",
-                   zone_id, table_name, m_table_qos_count);
+                   zone_id, name.c_str(), m_table_qos_count);
   const int index = FindTableQos(zone_id, table_name);
   if (index < 0) {
     return 0;
@@ -101,7 +102,7 @@ int OstrandRouter::RemoveTableQos(int zone_id, const char* table_name) {
   m_table_qos_count = last;
   ROUTER_LOG_DEBUG(m_logger, m_module_id, __func__,
                    "delete index:%d zone_id:%d table_name:%s table count:%d", index, zone_id,
-                   table_name, m_table_qos_count);
+                   name.c_str(), m_table_qos_count);
   return 0;
 }
 
@@ -246,8 +247,9 @@ int OstrandRouter::CheckTableImage(RegisterTableInfo& info, int zone_id, const c
     m_ostrand_server->SetLastError(RegisterTableInfo::kCheckFailed, text);
     return ret;
   }
+  const int data_protocol_type = GetDataProtocolType(server_meta);  // may be out of memory
   info.check_ret = RegisterTableInfo::kCheckPassed;
-  info.data_protocol_type = GetDataProtocolType(server_meta);
+  info.data_protocol_type = data_protocol_type;
   ROUTER_LOG_INFO(m_logger, m_module_id, kOperation,
                   "zone:%d, table %s, type %u, DataProtocolType %d(0 vex 1 plain 2 pb), vex "
                   "CompareEntryValueField success.",

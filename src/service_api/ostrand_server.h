@@ -87,6 +87,7 @@ class OstrandServer {
   // the ring's mutex held: it must not call back into the router.
   virtual int ReportDirHashCircleStat(int zone_id, std::string& line) = 0;
 
+  // The network thread, for the router to stop it. Application's thread.
   virtual NetThread& GetNetThread() = 0;
 
   // The last error that a user can ask for: a code (0: none) and a text. One pair, written by the

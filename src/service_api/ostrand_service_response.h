@@ -24,7 +24,7 @@ class OstrandServiceResponse {
   virtual ~OstrandServiceResponse() = default;
 
   // The length of the frame that begins at `data`: 0 while fewer than 12 bytes are there (the
-  // fields that tell it), kErrBadFrameHead when no frame begins like this.
+  // fields that tell it) or data is null, kErrBadFrameHead when no frame begins like this.
   static int GetPkgLen(const char* data, size_t len);
 
   // The user buffer of the package: null or empty when there is none.

@@ -1,7 +1,7 @@
 // Keeps the statistics records of a service, one an application and zone.
 //
-// Ownership: the service's; outlives the router. Threads: GetServiceApiStatistic and
-// GetAccessRunStatus on the application's thread; AddAccess on the network thread, beside them.
+// Ownership: the service's; outlives the router.
+// Threads: AddAccess on the network thread, everything else on the application's, beside it.
 #pragma once
 
 #include <cstdint>

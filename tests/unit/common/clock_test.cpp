@@ -51,5 +51,25 @@ TEST_F(ClockTest, NullPutsTheSystemsClockBack) {
   EXPECT_GT(GetCurrentMicroseconds(), 1600000000000000);
 }
 
+TEST_F(ClockTest, MonotonicTimeGoesForwardAtItsOwnPace) {
+  const auto steady_ms = [] {
+    return std::chrono::duration_cast<std::chrono::milliseconds>(
+               std::chrono::steady_clock::now().time_since_epoch())
+        .count();
+  };
+  const int64_t before_ms = steady_ms();
+  const int64_t now_ms = GetMonotonicMilliseconds();
+  const int64_t after_ms = steady_ms();
+  EXPECT_LE(before_ms, now_ms);
+  EXPECT_LE(now_ms, after_ms);
+}
+
+TEST_F(ClockTest, MonotonicTimeIsNotReplaced) {
+  const int64_t before_ms = GetMonotonicMilliseconds();
+  ReplaceClock(&TestClock);
+  g_now_us = -1;
+  EXPECT_LE(before_ms, GetMonotonicMilliseconds());
+}
+
 }  // namespace
 }  // namespace OstrandCommon

@@ -6,6 +6,8 @@
 #include <type_traits>
 #include <vector>
 
+#include "common/clock.h"
+
 namespace OstrandCommon {
 namespace {
 
@@ -41,6 +43,54 @@ TEST(Mutex, IsFreeAgainWhenTheScopeEnds) {
   mutex.Lock();
   mutex.Unlock();
   ScopedLock lock(mutex);
+}
+
+TEST(Condition, WakesEveryThreadThatWaits) {
+  Mutex mutex;
+  Condition changed;
+  int waiting = 0;
+  bool open = false;
+  std::thread opener([&] {
+    ScopedLock lock(mutex);
+    while (waiting < kThreads) {
+      changed.Wait(mutex);
+    }
+    open = true;
+    changed.Broadcast();
+  });
+  RunOnThreads([&] {
+    ScopedLock lock(mutex);
+    ++waiting;
+    changed.Broadcast();
+    while (!open) {
+      changed.Wait(mutex);
+    }
+  });
+  opener.join();  // Returns, as the others did, only if nobody was left waiting.
+  EXPECT_EQ(kThreads, waiting);
+}
+
+TEST(Condition, DoesNotWaitForADeadlineThatHasPassed) {
+  Mutex mutex;
+  Condition changed;
+  ScopedLock lock(mutex);
+  for (const int64_t deadline_ms : {int64_t{0}, GetMonotonicMilliseconds()}) {
+    changed.WaitUntil(mutex, deadline_ms);  // Returns.
+  }
+}
+
+TEST(Condition, WaitsUntilItsDeadlineOnTheMonotonicClock) {
+  constexpr int kAllowedWakeUps = 20;  // One is the rule; a wrong clock or unit wakes all the time.
+  Mutex mutex;
+  Condition changed;
+  const int64_t deadline_ms = GetMonotonicMilliseconds() + 20;
+  int wake_ups = 0;
+  ScopedLock lock(mutex);
+  while (GetMonotonicMilliseconds() < deadline_ms) {
+    changed.WaitUntil(mutex, deadline_ms);
+    ++wake_ups;
+  }
+  EXPECT_GE(kAllowedWakeUps, wake_ups);
 }
 
 TEST(RwLock, AdmitsReadersTogether) {
@@ -87,6 +137,8 @@ TEST(Locks, AreNeverCopied) {
   EXPECT_FALSE(std::is_copy_constructible_v<Mutex>);
   EXPECT_FALSE(std::is_copy_assignable_v<Mutex>);
   EXPECT_FALSE(std::is_copy_constructible_v<ScopedLock>);
+  EXPECT_FALSE(std::is_copy_constructible_v<Condition>);
+  EXPECT_FALSE(std::is_copy_assignable_v<Condition>);
   EXPECT_FALSE(std::is_copy_constructible_v<RwLock>);
   EXPECT_FALSE(std::is_copy_assignable_v<RwLock>);
   EXPECT_FALSE(std::is_copy_constructible_v<ScopedReadLock>);

@@ -57,6 +57,15 @@ TEST(ConHashFunc, EveryLengthOfTheRemainderWithoutAndBehindBlocks) {
   }
 }
 
+// The blocks and the remainder are those of the low 32 bits of the length; the seed is mixed with
+// all of it.
+TEST(ConHashFunc, OfFourGiBAndMoreReadsTheBytesOfTheLow32BitsOfTheLength) {
+  constexpr uint64_t kFourGiB = uint64_t{1} << 32;
+  EXPECT_EQ(0x8C92D17D0FE78B35U, con_hash_func("", kFourGiB));
+  EXPECT_EQ(0x2E2069BA30FDFF45U, con_hash_func("a", kFourGiB + 1));
+  EXPECT_EQ(0x23EEDC0509B58D08U, con_hash_func("abcdefghi", kFourGiB + 9));
+}
+
 TEST(ConHashFunc, DoesNotCareWhereItsInputLies) {
   std::string text = "..........abcdefghi";
   for (size_t offset = 0; offset <= 10; ++offset) {

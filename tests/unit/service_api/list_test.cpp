@@ -124,6 +124,7 @@ TEST(List, IgnoresWhatIsNotThere) {
   list.Remove(nullptr);
   list.RemoveAfter(nullptr);
   list.Clear();
+  EXPECT_EQ(nullptr, list.InsertAfter(nullptr));
   EXPECT_EQ(0U, list.GetUsed());
 
   List other(kUnit);

@@ -243,6 +243,14 @@ TEST_F(CheckConnectAllTest, FindsNobodyAfterFini) {
   ExpectCounts(0, 0);
 }
 
+TEST_F(CheckConnectAllTest, IsNotReadyWhenAnInitAfterFiniWasGivenNoService) {
+  Fill(2, 2);
+  router->Fini();
+  EXPECT_EQ(-256, router->Init(&mgr, nullptr, &logger));
+  EXPECT_EQ(kNotReady, Check());
+  ExpectCountsUntouched();
+}
+
 TEST_F(CheckConnectAllTest, IsNotReadyOnAFreshRouter) {
   const auto fresh = NewRouter(&latency, &statistics, &judge);
   EXPECT_EQ(kNotReady, fresh->CheckConnectAll(auth_cnt, total_cnt));

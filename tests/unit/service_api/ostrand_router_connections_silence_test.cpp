@@ -108,9 +108,14 @@ TEST_F(SilenceTest, AsksNotWhetherTheProxyIsSignedUp) {
 TEST_F(SilenceTest, LogsBeforeItDrops) {
   proxy->last_recv_ms = 0;
   size_t dropped_by_then = 99;
-  logger.OnLine([&](const LogLine&) { dropped_by_then = connector->disconnects().size(); });
+  int64_t stamp_by_then = 99;
+  logger.OnLine([&](const LogLine&) {
+    dropped_by_then = connector->disconnects().size();
+    stamp_by_then = proxy->last_recv_ms;
+  });
   DropSilent(kNow);
   EXPECT_EQ(0U, dropped_by_then);
+  EXPECT_EQ(0, stamp_by_then);
 }
 
 TEST_F(SilenceTest, NamesTheConnectorsUrl) {

@@ -135,13 +135,16 @@ TEST_F(ConnectTest, AStartedAttemptCountsNothing) {
 }
 
 TEST_F(ConnectTest, AFailedAttemptNeedsNeitherTableNorStatisticsNorLogger) {
-  statistics.Register(kAppId, kZoneId + 1);  // another zone's
+  const auto& zone = statistics.Register(kAppId, kZoneId + 1).stOverallRunStatus;
+  const auto& app = statistics.Register(kAppId + 1, kZoneId).stOverallRunStatus;
   TakeLogger();
   proxy->pre_status = 0;
   connector->SetConnect(-1);
   Pass(kNow);
   EXPECT_EQ(kConnectError, server.last_error_code());
   EXPECT_EQ(std::string("Connect proxy failed. server_url:") + kUrl, server.last_error_text());
+  EXPECT_EQ(0U, zone.dwApiConnectOstrroxyErrNumPerMin) << "another zone's";
+  EXPECT_EQ(0U, app.dwApiConnectOstrroxyErrNumPerMin) << "another application's";
   EXPECT_TRUE(logger.Lines().empty());
 }
 
@@ -262,6 +265,45 @@ TEST_F(SignUpPassTest, ComingUpClearsTheMarkOfASentSignUp) {
   Given(kConnected, kDisconnected, true, true, 0);
   Pass(kNow);
   EXPECT_FALSE(proxy->has_sent_auth);
+}
+
+TEST_F(SignUpPassTest, LogsBetweenItsEffectsInThisOrder) {
+  struct Seen {
+    std::string text;
+    bool has_sent_auth;
+    int64_t last_recv_ms;
+    int pre_status;
+    size_t sign_ups;
+  };
+  std::vector<Seen> seen;
+  logger.OnLine([&](const LogLine& line) {
+    if (line.function == "UpdateServerListStatus") {
+      seen.push_back(
+          {line.text, proxy->has_sent_auth, proxy->last_recv_ms, proxy->pre_status, SignUps()});
+    }
+  });
+  const std::string url = kUrl;
+  clock.SetMs(kNow + 3);
+  Given(kConnected, kDisconnected, true, false, -1);
+  proxy->last_recv_ms = 7;
+  Pass(kNow);
+  Pass(kNow + 1004);
+  ASSERT_EQ(4U, seen.size());
+  EXPECT_EQ("Connect proxy succeed. server_url:" + url, seen[0].text);
+  EXPECT_FALSE(seen[0].has_sent_auth) << "cleared before the line";
+  EXPECT_EQ(kNow, seen[0].last_recv_ms) << "started before the line";
+  EXPECT_EQ(kDisconnected, seen[0].pre_status) << "still what the pass before saw";
+  EXPECT_EQ(0U, seen[0].sign_ups);
+  EXPECT_EQ("SendAuthRequest to " + url, seen[1].text);
+  EXPECT_TRUE(seen[1].has_sent_auth);
+  EXPECT_EQ(kNow + 3, seen[1].last_recv_ms);
+  EXPECT_EQ(kConnected, seen[1].pre_status);
+  EXPECT_EQ(1U, seen[1].sign_ups);
+  EXPECT_EQ("auth timeout, proxy_url:" + url, seen[2].text);
+  EXPECT_TRUE(seen[2].has_sent_auth) << "cleared behind the line";
+  EXPECT_EQ(1U, seen[2].sign_ups);
+  EXPECT_EQ("SendAuthRequest to " + url, seen[3].text);
+  EXPECT_EQ(2U, seen[3].sign_ups);
 }
 
 TEST_F(SignUpPassTest, OnlyAnAttemptOfItsOwnIsTold) {

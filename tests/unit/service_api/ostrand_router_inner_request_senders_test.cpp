@@ -179,6 +179,15 @@ TEST_F(SendHeartBeatTest, AsksForNeitherAvailabilityNorTheLastVerdict) {
   EXPECT_EQ(std::vector<uint32_t>({kHeartBeat}), SentTo(kUrl));
 }
 
+TEST_F(SendHeartBeatTest, CarriesNoAsynchronousIdAndNamesNoTable) {
+  AddReadyProxy(in_use, kUrl);
+  server.scratch_pkg().stHead.ullAsynID = 42;
+  peer->SendHeartBeatToList(in_use);
+  EXPECT_EQ(0U, server.scratch_pkg().stHead.ullAsynID);
+  ASSERT_EQ(1U, server.meta_version_requests().size());
+  EXPECT_EQ("(null)", server.meta_version_requests()[0].second);
+}
+
 TEST_F(SendHeartBeatTest, GoesInTheListsOrderAndChangesNoProxy) {
   ProxyServer* first = AddReadyProxy(in_use, kUrl);
   AddProxy(in_use, kOther);

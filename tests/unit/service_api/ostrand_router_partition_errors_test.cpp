@@ -72,10 +72,14 @@ TEST_F(RouterPartitionErrorsTest, RefusesToSplitForANegativeIdAtError) {
 }
 
 TEST_F(RouterPartitionErrorsTest, CannotSplitWithoutOwners) {
-  EXPECT_EQ(kFailed, peer->ConHashSplitHashRing(1));
-  EXPECT_EQ(
-      Lines({{OSTRAND_LOG_LEVEL_ERROR, "ConHashSplitHashRing", "it_total == m_totallen2id.end()"}}),
-      logger.Lines());
+  for (const int id : {0, 1, 199}) {
+    logger.Clear();
+    EXPECT_EQ(kFailed, peer->ConHashSplitHashRing(id));
+    EXPECT_EQ(Lines({{OSTRAND_LOG_LEVEL_ERROR, "ConHashSplitHashRing",
+                      "it_total == m_totallen2id.end()"}}),
+              logger.Lines())
+        << id;
+  }
 }
 
 TEST_F(RouterPartitionErrorsTest, CannotSplitAnOwnerWithoutArcs) {
@@ -126,8 +130,8 @@ TEST_F(RouterPartitionErrorsTest, CanBeMadeAnewAfterAnAllocationFailure) {
 
 #ifndef NDEBUG
 TEST_F(RouterPartitionErrorsTest, AssertsThatThereIsRoomForTheNodes) {
-  EXPECT_DEATH(peer->ConHashCalcHashNode(201), "");
-  EXPECT_DEATH(peer->ConHashSplitHashRing(200), "");
+  EXPECT_DEATH(peer->ConHashCalcHashNode(201), "real_num <= MAX_SERVER_COUNT");
+  EXPECT_DEATH(peer->ConHashSplitHashRing(200), "id < MAX_SERVER_COUNT");
 }
 #endif
 

@@ -135,6 +135,17 @@ TEST_F(AddServerNodeTest, TracesTheListOnlyWhenTraceIsEnabled) {
   EXPECT_EQ(traced(1, kOther), lines[3]);
 }
 
+TEST_F(AddServerNodeTest, TracesTheListThatItAddedTo) {
+  ASSERT_EQ(0, Add(in_use, kUrl));
+  logger.SetThreshold(OSTRAND_LOG_LEVEL_TRACE);
+  logger.Clear();
+  ASSERT_EQ(0, Add(preparing, kOther));
+  const std::vector<LogLine> traced = logger.LinesFrom("TraceLogConnection");
+  ASSERT_EQ(1U, traced.size());
+  EXPECT_NE(std::string::npos,
+            traced[0].text.find(std::string("After AddServerNode. index:0 server_url:") + kOther));
+}
+
 TEST_F(AddServerNodeTest, AppendsBehindTheOthers) {
   for (const char* url : {"tcp://10.0.0.9:9", "tcp://10.0.0.1:1", "tcp://10.0.0.5:5"}) {
     ASSERT_EQ(0, Add(in_use, url));
@@ -172,6 +183,16 @@ TEST_F(AddServerNodeTest, CopiesAtMost32BytesOfTheId) {
     EXPECT_TRUE(logger.Find(OSTRAND_LOG_LEVEL_DEBUG, "AddServerNode succeed. server_url:" + url +
                                                          ", server_id:" + c.logged));
   }
+}
+
+TEST_F(AddServerNodeTest, WritesNothingBehind32BytesOfAnId) {
+  const std::string id(3000, 'i');  // Would reach the elements that come next.
+  ASSERT_EQ(0, peer->AddServerNode(in_use, kUrl, id.c_str(), nullptr));
+  ASSERT_EQ(0, Add(in_use, kOther));
+  ASSERT_EQ(0, Add(in_use, "tcp://10.0.0.3:1003"));
+  EXPECT_EQ(3U, in_use->GetUsed());
+  EXPECT_STREQ(kUrl, ServerOf(in_use->Begin())->server_url);
+  EXPECT_STREQ(kOther, ServerOf(in_use->Begin()->next)->server_url);
 }
 
 TEST_F(AddServerNodeTest, ReadsNothingBehind32BytesOfAnId) {

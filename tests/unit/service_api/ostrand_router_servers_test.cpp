@@ -149,6 +149,21 @@ TEST_F(ReleaseServerListTest, DestroysARecordWithoutConnector) {
   EXPECT_TRUE(mgr.removals().empty());
 }
 
+TEST_F(ReleaseServerListTest, DestroysARecordWithoutAConnectorManager) {
+  List own(sizeof(RealServerNode));
+  ProxyServer* record = AddProxy(in_use, kUrl);
+  OSTRNET::CConnector* connector = record->connector;
+  const auto homeless = NewRouter(&latency, &statistics, &judge);  // Never initialised.
+  AllocationFaults faults;
+  auto* shared = new ProxyServer;
+  shared->connector = connector;
+  AppendNode(&own, kUrl, shared);
+  OstrandRouterPeer(*homeless).ReleaseServerList(&own);
+  EXPECT_EQ(0, faults.outstanding());
+  EXPECT_EQ(0U, own.GetUsed());
+  EXPECT_TRUE(mgr.IsAlive(connector)) << "nobody there to remove it";
+}
+
 TEST_F(ReleaseServerListTest, DetachesElementsAlsoForAListThatIsNoneOfTheThree) {
   List own(sizeof(RealServerNode));
   ProxyServer* shared = AddProxy(&own, kUrl);

@@ -141,5 +141,12 @@ TEST_F(TraceLogConnectionTest, IsSilentWithoutElementsListOrLogger) {
   EXPECT_TRUE(logger.Lines().empty());
 }
 
+TEST_F(TraceLogConnectionTest, PrintsNoPrefixAsTheEmptyText) {
+  AppendNode(in_use, kUrl, nullptr);
+  TraceLogConnection(&logger, kModuleId, in_use, nullptr);
+  ASSERT_EQ(1U, logger.Lines().size());
+  EXPECT_EQ(0U, logger.Lines()[0].text.find(std::string(" index:0 server_url:") + kUrl));
+}
+
 }  // namespace
 }  // namespace OstrandService

@@ -55,6 +55,7 @@ TEST(GetPkgLen, IsZeroUnder12BytesWhateverTheyAre) {
     }
   }
   EXPECT_EQ(0, OstrandServiceResponse::GetPkgLen(nullptr, 0));
+  EXPECT_EQ(0, OstrandServiceResponse::GetPkgLen(nullptr, 12));
   EXPECT_NE(0, OstrandServiceResponse::GetPkgLen(heads[0].data(), 12));
 }
 
