@@ -131,7 +131,8 @@ bool LatencyDataTable::GrowFor(uint32_t index) {
   return m_chain_count > 0;
 }
 
-// Without memory the chains stay as they are and become longer.
+// Called while every slot in use is in flight. Without memory the chains stay as they are and
+// become longer.
 void LatencyDataTable::GrowChains() {
   const uint32_t count = m_chain_count == 0 ? kBlockSize : m_chain_count * 2;
   std::unique_ptr<uint32_t[]> chains(new (std::nothrow) uint32_t[count]);
@@ -142,9 +143,7 @@ void LatencyDataTable::GrowChains() {
   m_chains = std::move(chains);
   m_chain_count = count;
   for (uint32_t i = 0; i < m_used_slots; ++i) {
-    if (SlotAt(i).data.id_for_latency_data != kFreeId) {
-      Link(i);
-    }
+    Link(i);
   }
 }
 

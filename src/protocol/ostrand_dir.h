@@ -99,6 +99,7 @@ OSTRAND_AT(tagResGetTablesAndAccess, aszAccessIdList, 21208);
 OSTRAND_AT(tagResGetTablesAndAccess, stConfData, 27608);
 static_assert(sizeof(tagConfData) == 8300, "record of the wire");
 static_assert(sizeof(tagResGetTablesAndAccess) == 35908, "record of the wire");
+OSTRAND_AT(tagOStrdirCSPkg, stHead, 0);
 OSTRAND_AT(tagOStrdirCSPkg, stBody, 20);
 #undef OSTRAND_AT
 

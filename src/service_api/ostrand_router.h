@@ -91,7 +91,8 @@ using Totallen2Id = std::multimap<uint64_t, uint32_t, std::greater<uint64_t>>;
 uint64_t con_hash_func(const char* data, uint64_t len);
 
 // The receive callback of every proxy's connector; arg is the connector's ProxyServer. Network
-// thread. -1: an argument is missing; -2: no logger; 0: the frame is left for the response path.
+// thread. -1: an argument is missing or the frame is shorter than its fixed head; -2: no logger; 0:
+// the frame is left for the response path; 1: the router consumed it.
 int RouterCallBack(const char* url, const char* data, int len, void* arg);
 
 // Logs one DEBUG line for each element of a list, headed by `prefix`.
@@ -167,8 +168,9 @@ class OstrandRouter {
   // Takes a directory answer: the first route is used at once, a later one that differs is prepared
   // beside the one in use. 0, also when nothing changed; ROUTER_ERR_NOT_INITIALISED;
   // ROUTER_ERR_ARGUMENT for null, another command, a result that is not 0 or no proxies; the code
-  // of the first proxy that could not be added (those before it stay). Rows behind the 200th are
-  // ignored.
+  // of the first proxy that could not be added (those before it stay); ROUTER_ERR_ALLOCATION also
+  // when the index of urls runs out of memory (it is then part-built, the lists are as before).
+  // Rows behind the 200th are ignored.
   int FlushRoute(const ostrand_protocol_dir::tagOStrdirCSPkg* response);
 
   // Drives everything that takes time: connects, signs up, sends heartbeats, switches to a prepared

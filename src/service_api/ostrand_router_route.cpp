@@ -27,9 +27,17 @@ struct RowText {
   char text[N + 1] = {};
 };
 
+// A proxy of the new route, even one that had announced its stop.
+void AcceptAgain(const RealServerNode& node) {
+  if (node.server != nullptr) {
+    node.server->last_auth_result = 0;
+  }
+}
+
 // Rows that are there, whatever count was sent; 0 for a negative one.
 int RowCount(const tagResGetTablesAndAccess& route) {
-  return std::clamp<int>(route.iAccessCount, 0, kMaxRows);
+  const int32_t sent_count = route.iAccessCount;  // a copy: no reference to a packed field
+  return std::clamp<int>(sent_count, 0, kMaxRows);
 }
 
 }  // namespace
@@ -118,9 +126,7 @@ int OstrandRouter::PrunePreparing(const tagOStrdirCSPkg* response) {
     next = it->next;
     RealServerNode* node = ServerOf(it);
     if (IsInNewRoute(response, node->server_url)) {
-      if (node->server != nullptr) {
-        node->server->last_auth_result = 0;
-      }
+      AcceptAgain(*node);
       continue;
     }
     if (FindServerNode(m_using_servers, node->server_url) != nullptr) {
@@ -164,6 +170,7 @@ int OstrandRouter::PrepareServer(const char* url, const char* id) {
     return 0;
   }
   if (RealServerNode* in_use = FindServerNode(m_using_servers, url)) {
+    AcceptAgain(*in_use);
     OstrandCommon::ScopedLock lock(m_mutex_list);
     const int ret = ShareWithPreparing(*in_use);
     if (ret == 0) {
@@ -176,6 +183,7 @@ int OstrandRouter::PrepareServer(const char* url, const char* id) {
   }
   if (ListNode* it = FindListNode(m_removing_servers, url)) {
     RealServerNode* removing = ServerOf(it);
+    AcceptAgain(*removing);
     OstrandCommon::ScopedLock lock(m_mutex_list);
     const int ret = ShareWithPreparing(*removing);
     if (ret == 0) {
@@ -193,9 +201,6 @@ int OstrandRouter::PrepareServer(const char* url, const char* id) {
 }
 
 int OstrandRouter::ShareWithPreparing(const RealServerNode& known) {
-  if (known.server != nullptr) {
-    known.server->last_auth_result = 0;
-  }
   return AddServerNode(m_preparing_servers, known.server_url, ServerIdText(known.server_id).c_str(),
                        known.server);
 }

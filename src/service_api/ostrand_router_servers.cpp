@@ -152,9 +152,10 @@ void OstrandRouter::ResetServerNode(List* list, const char* server_url) {
 void OstrandRouter::ReleaseConnection(ProxyServer* server) {
   {
     OstrandCommon::ScopedLock lock(m_mutex_vistual_nodes);
-    for (VirtualServerNode& slot : m_virtual_nodes) {
-      if (slot.server == server) {
-        slot.server = nullptr;
+    // By index: clang's thread-safety analysis does not look into a range-based loop.
+    for (uint32_t i = 0; i < MAX_VIRTUAL_NODE_COUNT; ++i) {
+      if (m_virtual_nodes[i].server == server) {
+        m_virtual_nodes[i].server = nullptr;
       }
     }
   }

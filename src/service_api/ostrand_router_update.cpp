@@ -85,7 +85,12 @@ bool OstrandRouter::UpdatePreparing(int64_t now_ms, const char* signature,
                   "call WriteHashCircle m_virtual_node_count=%d prepare_auth_succ_count=%d",
                   static_cast<int>(m_virtual_node_count),
                   static_cast<int>(prepare_auth_succ_count));
-  WriteHashCircle();
+  try {
+    WriteHashCircle();
+  } catch (const std::bad_alloc&) {
+    ReleaseUnlisted(moved);
+    throw;
+  }
   ReleaseUnlisted(moved);
   TraceListsIfEnabled("After replace prepaired servers. ");
   return true;
@@ -169,9 +174,9 @@ void OstrandRouter::ReleaseUnlisted(MovedServers& moved) {
     }
     OstrandCommon::ScopedLock lock(m_mutex_list);
     ReleaseConnection(server);
-    delete server;
     std::replace(moved.servers + i, moved.servers + moved.count, server,
                  static_cast<ProxyServer*>(nullptr));
+    delete server;
   }
 }
 

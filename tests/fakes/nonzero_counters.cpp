@@ -10,11 +10,16 @@ namespace {
 
 class Collector {
  public:
+  // The names of counters that are 0, by far the most, are never put together.
   template <typename Value>
-  void Add(const std::string& name, Value value) {
+  void Add(const std::string& prefix, const char* name, Value value) {
     if (value != 0) {
-      m_counters[name] = static_cast<int64_t>(value);
+      m_counters[prefix + name] = static_cast<int64_t>(value);
     }
+  }
+  template <typename Value>
+  void Add(const char* name, Value value) {
+    Add(std::string(), name, value);
   }
 
   void AddOverall(const tagOverallRunStatus& all) {
@@ -35,13 +40,13 @@ class Collector {
   }
 
   void AddTable(const std::string& prefix, const tagTableRunStatus& table) {
-#define OSTRAND_ADD(name, unit, meaning) Add(prefix + "dwTable" #name, table.dwTable##name);
+#define OSTRAND_ADD(name, unit, meaning) Add(prefix, "dwTable" #name, table.dwTable##name);
     OSTRAND_SHARED_COUNTERS(OSTRAND_ADD)
 #undef OSTRAND_ADD
   }
 
   void AddAccess(const std::string& prefix, const tagAccessRunStatus& access) {
-#define OSTRAND_ADD(type, name, unit, meaning) Add(prefix + #name, access.name);
+#define OSTRAND_ADD(type, name, unit, meaning) Add(prefix, #name, access.name);
     OSTRAND_ACCESS_COUNTERS(OSTRAND_ADD)
 #undef OSTRAND_ADD
     AddDelays(prefix, access.stPerfDelay);
@@ -57,7 +62,7 @@ class Collector {
 
  private:
   void AddDelay(const std::string& prefix, const DELAYSTATUS& delay) {
-#define OSTRAND_ADD(name, unit, meaning) Add(prefix + #name, delay.name);
+#define OSTRAND_ADD(name, unit, meaning) Add(prefix, #name, delay.name);
     OSTRAND_DELAY_COUNTERS(OSTRAND_ADD)
 #undef OSTRAND_ADD
   }

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <initializer_list>
 
 #include "fakes/allocation_faults.h"
 
@@ -11,7 +12,8 @@ namespace {
 
 TEST(BufferPool, GivesRoomForEveryLength) {
   BufferPool pool;
-  for (const size_t len : {0, 1, 64, 65, 256, 257, 1024, 1025, 100000}) {
+  for (const size_t len :
+       std::initializer_list<size_t>{0, 1, 64, 65, 256, 257, 1024, 1025, 100000}) {
     char* const buffer = pool.Take(len);
     ASSERT_NE(nullptr, buffer) << len;
     std::memset(buffer, 'x', len);  // the address sanitizer watches

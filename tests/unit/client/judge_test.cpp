@@ -215,6 +215,32 @@ TEST_F(JudgeTest, ANewOwnerOfARecordInheritsNothing) {
   EXPECT_TRUE(IsOut("tcp://10.0.0.1025:9000"));
 }
 
+// Within one period a proxy loses its record and gets it again.
+TEST_F(JudgeTest, AnAccessThatIsEnteredAgainBeginsAnew) {
+  SetOption(5, 10, 1);
+  Period(1, 100);
+  ASSERT_TRUE(IsOut(kUrlA));
+  const auto enter = [this](int from, int to) {
+    for (int ip = from; ip <= to; ++ip) {
+      const std::string url = "tcp://10.0.0." + std::to_string(ip) + ":9000";
+      ASSERT_EQ(0, m_statistics.AddAccess(kApp, kZone, url.c_str(), ip, 9000, "x"));
+    }
+    m_statistics.ReuseIdleAccesses();
+  };
+  enter(2, 1024);
+  enter(2, 1025);
+  ASSERT_STREQ("tcp://10.0.0.1025:9000",
+               m_statistics.GetServiceApiStatistic(kApp, kZone)->astAccessStatistic[0].szAccessUrl);
+  enter(2, 1024);
+  enter(1, 1024);
+  ASSERT_STREQ(kUrlA,
+               m_statistics.GetServiceApiStatistic(kApp, kZone)->astAccessStatistic[0].szAccessUrl);
+  Period(1, 4);
+  EXPECT_FALSE(IsOut(kUrlA));
+  Period(1, 5);
+  EXPECT_TRUE(IsOut(kUrlA));
+}
+
 TEST_F(JudgeTest, ThresholdPeriodOrTimesOf0SwitchItOff) {
   for (const auto& [threshold, period, times] :
        {std::tuple{0, 10, 3}, std::tuple{5, 0, 3}, std::tuple{5, 10, 0}, std::tuple{-1, -1, -1}}) {
@@ -227,6 +253,7 @@ TEST_F(JudgeTest, ThresholdPeriodOrTimesOf0SwitchItOff) {
   }
   SetOption(5, 10, 1);
   Update();
+  EXPECT_FALSE(m_judge.IsShouldCheck(kApp, kZone)) << "the first period begins";
   Period(1, 0);
   EXPECT_FALSE(IsOut(kUrlA)) << "what failed while nobody judged does not count";
   Period(1, 5);
