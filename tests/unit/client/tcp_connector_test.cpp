@@ -268,7 +268,7 @@ INSTANTIATE_TEST_SUITE_P(
                                     "longer than the buffer may grow"},
                     EndOfConnection{"NoFrame", std::string(1, kNoFrame), false,
                                     "no frame begins like this"}),
-    [](const auto& info) { return info.param.name; });
+    [](const auto& tested) { return tested.param.name; });
 
 TEST_F(TcpConnectorTest, TellsThatAConnectionWasRefused) {
   PeerListener listener;

@@ -19,6 +19,8 @@ using OstrandFakes::NonZeroCounters;
 
 using Texts = std::vector<std::string>;
 
+constexpr int kBadArgument = -1811;
+
 using InnerRecvTest = RouterRecvTest;
 
 TEST_F(InnerRecvTest, AnswersNothingWhenThereIsNothing) {
