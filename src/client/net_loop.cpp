@@ -128,11 +128,7 @@ void NetLoop::Run() {
   epoll_event events[kMaxEventsPerRound];
   int timeout_ms = 0;
   for (;;) {
-    uint64_t pauses_seen = 0;
-    {
-      ScopedLock lock(m_mutex);
-      pauses_seen = m_pauses;
-    }
+    const uint64_t pauses_seen = WaitForResume();
     m_sleeping = true;
     if (m_stop) {
       break;
@@ -160,14 +156,21 @@ void NetLoop::Run() {
   m_sleeping = false;
 }
 
-// Enters the round whose events were just fetched. False: a pause came between, so they may point
-// at handlers that are gone; they are to be fetched again.
-bool NetLoop::BeginRound(uint64_t pauses_seen) {
+// Stands while paused. Returns the number of pauses so far: events fetched from here on are good as
+// long as no other comes.
+uint64_t NetLoop::WaitForResume() {
   ScopedLock lock(m_mutex);
   while (m_paused > 0 && !m_stop) {
     m_round_owed = true;
     m_changed.Wait(m_mutex);
   }
+  return m_pauses;
+}
+
+// Enters the round whose events were just fetched. False: a pause came between, so they may point
+// at handlers that are gone; they are to be fetched again.
+bool NetLoop::BeginRound(uint64_t pauses_seen) {
+  ScopedLock lock(m_mutex);
   if (m_pauses != pauses_seen || m_stop) {
     return false;
   }

@@ -79,6 +79,7 @@ class NetLoop : public NetThread {
  private:
   static void* ThreadMain(void* self);
   void Run();
+  uint64_t WaitForResume();
   bool BeginRound(uint64_t pauses_seen);
   void EndRound();
   void DrainWake();

@@ -112,6 +112,9 @@ int32_t OstrandRouter::InnerSendRequest(ProxyServer* server, OstrandServiceReque
   const bool debug =
       m_logger != nullptr && m_logger->IsPriorityEnabled(OstrandCommon::OSTRAND_LOG_LEVEL_DEBUG);
   if (debug) {  // before packing, which overwrites the buffer
+    if (m_pack_buffer_size > 0) {
+      m_pack_buffer[0] = '\0';  // should the request not print itself
+    }
     request->Print(m_pack_buffer, m_pack_buffer_size);
     ROUTER_LOG_DEBUG(m_logger, m_module_id, __func__, "---------- request dump ----------\n%s",
                      m_pack_buffer);
