@@ -290,7 +290,9 @@ bool TcpConnector::ReadSome(char*& data, size_t& size, uint64_t& connection) {
       data = const_cast<char*>(m_partial.data());  // NOLINT
       size = m_partial.size();
     } else {
-      std::memcpy(scratch, m_partial.data(), m_partial.size());
+      if (!m_partial.empty()) {
+        std::memcpy(scratch, m_partial.data(), m_partial.size());
+      }
       data = scratch;
       size = m_partial.size() + static_cast<size_t>(got);
     }
