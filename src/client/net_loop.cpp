@@ -128,7 +128,7 @@ void NetLoop::Run() {
   epoll_event events[kMaxEventsPerRound];
   int timeout_ms = 0;
   for (;;) {
-    const uint64_t pauses_seen = WaitForResume();
+    const uint64_t pauses_seen = WaitForResume(timeout_ms);
     m_sleeping = true;
     if (m_stop) {
       break;
@@ -158,10 +158,11 @@ void NetLoop::Run() {
 
 // Stands while paused. Returns the number of pauses so far: events fetched from here on are good as
 // long as no other comes.
-uint64_t NetLoop::WaitForResume() {
+uint64_t NetLoop::WaitForResume(int& timeout_ms) {
   ScopedLock lock(m_mutex);
   while (m_paused > 0 && !m_stop) {
     m_round_owed = true;
+    timeout_ms = 0;  // the owed round comes at once
     m_changed.Wait(m_mutex);
   }
   return m_pauses;

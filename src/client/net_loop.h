@@ -79,7 +79,7 @@ class NetLoop : public NetThread {
  private:
   static void* ThreadMain(void* self);
   void Run();
-  uint64_t WaitForResume();
+  uint64_t WaitForResume(int& timeout_ms);
   bool BeginRound(uint64_t pauses_seen);
   void EndRound();
   void DrainWake();
