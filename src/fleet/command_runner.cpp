@@ -74,10 +74,10 @@ int32_t CommandRunner::RunCommand() {
   if (m_table == nullptr) {
     return kUnknownTable;
   }
-  if (!row->any_kind && row->kind != m_table->spec().kind) {
+  if (!row->any_kind && row->kind != m_table->setup().kind) {
     return kCommandMismatch;
   }
-  m_writer.pkg().stHead.iVexMetaVersion = m_table->spec().schema.version;
+  m_writer.pkg().stHead.iVexMetaVersion = m_table->setup().schema.version;
   return (this->*row->command)();
 }
 

@@ -138,7 +138,7 @@ DirectoryCounters Fleet::CountersOfDirectory() {
   return Ask(m_impl->loop(), [this] { return m_impl->directory().Counters(); });
 }
 
-bool Fleet::AddTable(const TableSpec& table) {
+bool Fleet::AddTable(const TableSetup& table) {
   return Ask(m_impl->loop(), [&] { return m_impl->store().AddTable(table); });
 }
 

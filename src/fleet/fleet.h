@@ -30,7 +30,7 @@
 #include "fleet/fleet_types.h"
 #include "fleet/proxy_counters.h"
 #include "fleet/proxy_faults.h"
-#include "fleet/table_spec.h"
+#include "fleet/table_setup.h"
 
 namespace OstrandFleet {
 
@@ -40,7 +40,7 @@ struct FleetOptions {
   size_t proxies = 1;
   // Of the directory; the proxies have the ports behind it. 0: free ports, for all.
   uint16_t port = 0;
-  std::vector<TableSpec> tables;
+  std::vector<TableSetup> tables;
   // A table that no option names comes to be, without schema, when a client first names it.
   bool create_unknown_tables = false;
   StoreLimits store;
@@ -120,7 +120,7 @@ class Fleet {
 
   // Declares a table; one of this name is replaced with all that is in it. False for a schema that
   // is none, or too many tables.
-  bool AddTable(const TableSpec& table);
+  bool AddTable(const TableSetup& table);
   // What metadata requests of a table are answered, in place of what its schema says. False for an
   // unknown table.
   bool SetMetadata(int32_t zone, const std::string& table, const MetadataAnswer& answer);

@@ -19,7 +19,7 @@ Fleet::Impl::Impl(FleetOptions options)
                 m_log,  m_stand_in.get(), m_options.credentials},
       m_directory(m_loop, m_store, m_options.random_seed),
       m_file_watch(m_loop, [this] { ReadFile(); }) {
-  for (const TableSpec& table : m_options.tables) {
+  for (const TableSetup& table : m_options.tables) {
     if (!m_store.AddTable(table)) {
       m_error = "table \"" + table.schema.name + "\" has no usable schema, or is one too many";
     }

@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-#include "fleet/table_spec.h"
+#include "fleet/table_setup.h"
 #include "protocol/ostrand_dir.h"
 
 namespace OstrandFleet {

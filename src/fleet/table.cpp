@@ -103,8 +103,8 @@ bool DeclaresFields(const VexMeta& schema) {
 
 }  // namespace
 
-Table::Table(TableSpec spec, const StoreLimits& limits, StoreBudget& budget)
-    : m_spec(std::move(spec)), m_max_list_elements(limits.max_list_elements), m_budget(budget) {}
+Table::Table(TableSetup setup, const StoreLimits& limits, StoreBudget& budget)
+    : m_setup(std::move(setup)), m_max_list_elements(limits.max_list_elements), m_budget(budget) {}
 
 Table::~Table() {
   for (const auto& row : m_rows) {
@@ -117,10 +117,10 @@ MetadataAnswer Table::Metadata() const {
     return m_metadata;
   }
   MetadataAnswer answer;
-  answer.type = m_spec.type;
-  answer.version = m_spec.schema.version;
-  if (DeclaresFields(m_spec.schema)) {
-    vex_write_metalib_buf(VexMetaLib{{m_spec.schema}}, &answer.image);
+  answer.type = m_setup.type;
+  answer.version = m_setup.schema.version;
+  if (DeclaresFields(m_setup.schema)) {
+    vex_write_metalib_buf(VexMetaLib{{m_setup.schema}}, &answer.image);
   }
   return answer;
 }
@@ -131,7 +131,7 @@ void Table::SetMetadata(MetadataAnswer answer) {
 }
 
 int32_t Table::CheckKey(const FieldList& key, bool whole) const {
-  const VexMeta& schema = m_spec.schema;
+  const VexMeta& schema = m_setup.schema;
   const bool enforced = DeclaresFields(schema);
   const bool lacks_fields =
       key.empty() ||
@@ -142,12 +142,12 @@ int32_t Table::CheckKey(const FieldList& key, bool whole) const {
 }
 
 int32_t Table::CheckValues(const FieldList& values) const {
-  return CheckFields(m_spec.schema.value_fields, DeclaresFields(m_spec.schema), values);
+  return CheckFields(m_setup.schema.value_fields, DeclaresFields(m_setup.schema), values);
 }
 
 int32_t Table::CheckValueName(const std::string& name) const {
   const bool known =
-      !DeclaresFields(m_spec.schema) || FindField(m_spec.schema.value_fields, name) != nullptr;
+      !DeclaresFields(m_setup.schema) || FindField(m_setup.schema.value_fields, name) != nullptr;
   return known ? kDone : kInvalidFieldName;
 }
 

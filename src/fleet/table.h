@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "fleet/fleet_codes.h"
-#include "fleet/table_spec.h"
+#include "fleet/table_setup.h"
 
 namespace OstrandFleet {
 
@@ -36,12 +36,12 @@ struct Row : StoredRecord {
 class Table {
  public:
   // The budget outlives the table.
-  Table(TableSpec spec, const StoreLimits& limits, StoreBudget& budget);
+  Table(TableSetup setup, const StoreLimits& limits, StoreBudget& budget);
   ~Table();
   Table(const Table&) = delete;
   Table& operator=(const Table&) = delete;
 
-  const TableSpec& spec() const { return m_spec; }
+  const TableSetup& setup() const { return m_setup; }
   MetadataAnswer Metadata() const;
   void SetMetadata(MetadataAnswer answer);
 
@@ -87,7 +87,7 @@ class Table {
   void Erase(Rows::iterator place);
   void EraseExpired();
 
-  const TableSpec m_spec;
+  const TableSetup m_setup;
   const size_t m_max_list_elements;
   StoreBudget& m_budget;
   Rows m_rows;           // by CanonicalKey

@@ -5,13 +5,13 @@ namespace OstrandFleet {
 TableStore::TableStore(const StoreLimits& limits, bool create_unknown)
     : m_limits(limits), m_create_unknown(create_unknown), m_budget{limits.max_bytes} {}
 
-bool TableStore::AddTable(const TableSpec& spec) {
-  const auto place = m_tables.find({spec.zone, spec.schema.name});
+bool TableStore::AddTable(const TableSetup& setup) {
+  const auto place = m_tables.find({setup.zone, setup.schema.name});
   const bool has_room = place != m_tables.end() || m_tables.size() < m_limits.max_tables;
-  if (!has_room || vex_check_meta(spec.schema) != kVexOk) {
+  if (!has_room || vex_check_meta(setup.schema) != kVexOk) {
     return false;
   }
-  m_tables[{spec.zone, spec.schema.name}] = std::make_unique<Table>(spec, m_limits, m_budget);
+  m_tables[{setup.zone, setup.schema.name}] = std::make_unique<Table>(setup, m_limits, m_budget);
   return true;
 }
 
@@ -25,11 +25,11 @@ Table* TableStore::FindOrCreate(int32_t zone, const std::string& name, TableKind
   if (table != nullptr || !m_create_unknown) {
     return table;
   }
-  TableSpec spec;
-  spec.zone = zone;
-  spec.schema.name = name;
-  spec.kind = kind;
-  return AddTable(spec) ? Find(zone, name) : nullptr;
+  TableSetup setup;
+  setup.zone = zone;
+  setup.schema.name = name;
+  setup.kind = kind;
+  return AddTable(setup) ? Find(zone, name) : nullptr;
 }
 
 std::vector<std::string> TableStore::TableNames(int32_t zone) const {

@@ -20,7 +20,7 @@ class TableStore {
 
   // Declares a table; one of this name and zone is replaced with what is in it. False when there
   // are as many tables as there may be, or the schema is not one.
-  bool AddTable(const TableSpec& spec);
+  bool AddTable(const TableSetup& setup);
 
   // Null when there is none. list: what a table that comes to be is to hold.
   Table* Find(int32_t zone, const std::string& name);

@@ -143,7 +143,8 @@ void TcpListener::FillQueue() {
   for (int i = 0; i < kFillers; ++i) {
     const int fd = NewSocket();
     if (fd >= 0) {
-      connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address));
+      // Under way, made or refused: each of them keeps a place in the queue or costs nothing.
+      static_cast<void>(connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)));
       m_fillers.push_back(fd);
     }
   }

@@ -9,7 +9,6 @@ namespace ostrand_protocol_dir {
 namespace {
 
 using ostrand_protocol_cs::LoadBigEndian;
-using ostrand_protocol_cs::StoreBigEndian;
 
 // Where a record has its numbers; everything else is text and raw bytes.
 struct Number {

@@ -12,12 +12,12 @@
 
 namespace OstrandService {
 
-constexpr uint32_t kGetRes = ostrand_protocol_cs::OSTRAND_API_GET_RES;
-constexpr uint32_t kInsertRes = ostrand_protocol_cs::OSTRAND_API_INSERT_RES;
-constexpr uint32_t kListGetAllRes = ostrand_protocol_cs::OSTRAND_API_LIST_GETALL_RES;
-constexpr uint32_t kBatchGetRes = ostrand_protocol_cs::OSTRAND_API_BATCH_GET_RES;
-constexpr uint32_t kGetByPartKeyRes = ostrand_protocol_cs::OSTRAND_API_GET_BY_PARTKEY_RES;
-constexpr uint32_t kMetadataRes = ostrand_protocol_cs::OSTRAND_API_METADATA_GET_RES;
+inline constexpr uint32_t kGetRes = ostrand_protocol_cs::OSTRAND_API_GET_RES;
+inline constexpr uint32_t kInsertRes = ostrand_protocol_cs::OSTRAND_API_INSERT_RES;
+inline constexpr uint32_t kListGetAllRes = ostrand_protocol_cs::OSTRAND_API_LIST_GETALL_RES;
+inline constexpr uint32_t kBatchGetRes = ostrand_protocol_cs::OSTRAND_API_BATCH_GET_RES;
+inline constexpr uint32_t kGetByPartKeyRes = ostrand_protocol_cs::OSTRAND_API_GET_BY_PARTKEY_RES;
+inline constexpr uint32_t kMetadataRes = ostrand_protocol_cs::OSTRAND_API_METADATA_GET_RES;
 
 // An answer as a proxy sends it.
 struct Answer {

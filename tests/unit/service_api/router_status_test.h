@@ -13,7 +13,7 @@
 
 namespace OstrandService {
 
-constexpr char kTable[] = "players";
+inline constexpr char kTable[] = "players";
 
 // A router without proxies.
 class RouterStatusTest : public testing::Test, public OstrandFakes::RouterFixture {

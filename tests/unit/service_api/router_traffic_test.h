@@ -14,8 +14,8 @@
 
 namespace OstrandService {
 
-constexpr char kTable[] = "players";
-constexpr char kFirstTable[] = "accounts";
+inline constexpr char kTable[] = "players";
+inline constexpr char kFirstTable[] = "accounts";
 
 // CRC-32, bit by bit: polynomial 0xEDB88320, initial value and final XOR 0xFFFFFFFF.
 inline uint32_t CrcOf(const std::string& bytes) {

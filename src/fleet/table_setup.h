@@ -28,7 +28,7 @@ enum class TableKind {
 };
 
 // A table of a zone. The store does not tell applications apart.
-struct TableSpec {
+struct TableSetup {
   int32_t zone = 1;
   // Name and fields. The fields are enforced: names, sizes, completeness of keys. A table without
   // any takes whatever fields come.
