@@ -1,7 +1,7 @@
 #include "client/client.h"
 
 #include <algorithm>
-#include <cstring>
+#include <new>
 #include <utility>
 
 #include "client/pending_requests.h"
@@ -30,20 +30,32 @@ bool NeedsKey(uint32_t cmd) {
          OstrandReqRespUtil::IsSimpleWriteRequest(cmd, 0);
 }
 
+// Memory that runs out is a code here like everything else.
+template <typename Body>
+int WithCodes(Body body) {
+  try {
+    return body();
+  } catch (const std::bad_alloc&) {
+    return ROUTER_ERR_ALLOCATION;
+  }
+}
+
 }  // namespace
 
 struct Client::Impl {
   explicit Impl(const ClientOptions& given)
       : options(given), options_error(CheckOptions(options)), pending(options.max_in_flight) {}
 
+  int Start();
+  int WaitReady(int timeout_ms);
   int Send(ClientRequest& request);
   int SendToRouter(OstrandRouter& router, ClientRequest& request, PendingRequest& entry);
   int Poll(ClientResponse& response);
   bool IsOutcome(ClientResponse& response);
   void TimeOut(PendingRequest& request, ClientResponse& response);
   int Receive(ClientResponse& response, int timeout_ms);
+  int Call(ClientRequest& request, ClientResponse& response);
   void UpdateIfDue();
-  void Update(int64_t now_ms);
 
   const ClientOptions options;
   const char* const options_error;
@@ -56,57 +68,76 @@ struct Client::Impl {
   size_t next_zone = 0;  // polled first
 };
 
-Client::Client(const ClientOptions& options) : m_impl(std::make_unique<Impl>(options)) {}
+Client::Client(const ClientOptions& options) {
+  WithCodes([this, &options] {
+    m_impl = std::make_unique<Impl>(options);
+    return 0;
+  });
+}
 
 Client::~Client() { Stop(0); }
 
-int Client::Start() {
-  Impl& impl = *m_impl;
-  if (impl.options_error != nullptr) {
-    return CLIENT_ERR_OPTIONS;
+// What stands behind every operation that can fail: a client that has its memory, and is started.
+template <typename Body>
+int Client::Run(Body body) {
+  if (m_impl == nullptr) {
+    return ROUTER_ERR_ALLOCATION;
   }
-  if (impl.service != nullptr) {
+  if (m_impl->service == nullptr) {
     return CLIENT_ERR_NOT_STARTED;
   }
-  impl.service = std::make_unique<Service>(impl.options);
-  const int ret = impl.service->Start();
-  if (ret != 0) {
-    impl.service.reset();
+  return WithCodes([this, &body] { return body(*m_impl); });
+}
+
+int Client::Start() {
+  return m_impl != nullptr ? WithCodes([this] { return m_impl->Start(); }) : ROUTER_ERR_ALLOCATION;
+}
+
+int Client::Impl::Start() {
+  if (options_error != nullptr) {
+    return CLIENT_ERR_OPTIONS;
+  }
+  if (service != nullptr) {
+    return CLIENT_ERR_NOT_STARTED;
+  }
+  auto started = std::make_unique<Service>(options);
+  const int ret = started->Start();
+  if (ret == 0) {
+    service = std::move(started);
   }
   return ret;
 }
 
 int Client::WaitReady(int timeout_ms) {
-  Impl& impl = *m_impl;
-  if (impl.service == nullptr) {
-    return CLIENT_ERR_NOT_STARTED;
-  }
+  return Run([timeout_ms](Impl& impl) { return impl.WaitReady(timeout_ms); });
+}
+
+int Client::Impl::WaitReady(int timeout_ms) {
   const int64_t deadline_ms = GetMonotonicMilliseconds() + timeout_ms;
   for (;;) {
-    impl.UpdateIfDue();
-    if (impl.service->IsReady()) {
+    UpdateIfDue();
+    if (service->IsReady()) {
       return 0;
     }
-    const uint64_t seen = impl.service->Connectors().FramesSeen();
-    if (impl.pending.size() == 0) {
-      impl.Poll(impl.own_response);  // answers about schemas
+    const uint64_t seen = service->Connectors().FramesSeen();
+    if (pending.size() == 0) {
+      Poll(own_response);  // answers about schemas
     }
-    for (const TableOptions& table : impl.options.tables) {
-      const int32_t ret = impl.service->TableCheckResult(table.zone_id, table.name.c_str());
+    for (const TableOptions& table : options.tables) {
+      const int32_t ret = service->TableCheckResult(table.zone_id, table.name.c_str());
       if (ret < 0) {
         return ret;
       }
     }
-    const int64_t now_ms = GetMonotonicMilliseconds();
-    if (now_ms >= deadline_ms) {
+    if (GetMonotonicMilliseconds() >= deadline_ms) {
       return CLIENT_ERR_NOT_READY_IN_TIME;
     }
-    impl.service->Connectors().WaitForFrames(seen, std::min(deadline_ms, impl.update_due_ms));
+    service->Connectors().WaitForFrames(seen, std::min(deadline_ms, update_due_ms));
   }
 }
 
 int Client::Send(ClientRequest& request) {
-  return m_impl->service != nullptr ? m_impl->Send(request) : CLIENT_ERR_NOT_STARTED;
+  return Run([&request](Impl& impl) { return impl.Send(request); });
 }
 
 int Client::Impl::Send(ClientRequest& request) {
@@ -173,17 +204,15 @@ int Client::Impl::SendToRouter(OstrandRouter& router, ClientRequest& request,
 }
 
 int Client::Flush() {
-  if (m_impl->service == nullptr) {
-    return CLIENT_ERR_NOT_STARTED;
-  }
-  m_impl->service->Connectors().Flush();
-  m_impl->queued = 0;
-  return 0;
+  return Run([](Impl& impl) {
+    impl.service->Connectors().Flush();
+    impl.queued = 0;
+    return 0;
+  });
 }
 
 int Client::Receive(ClientResponse& response, int timeout_ms) {
-  return m_impl->service != nullptr ? m_impl->Receive(response, timeout_ms)
-                                    : CLIENT_ERR_NOT_STARTED;
+  return Run([&response, timeout_ms](Impl& impl) { return impl.Receive(response, timeout_ms); });
 }
 
 int Client::Impl::Receive(ClientResponse& response, int timeout_ms) {
@@ -261,29 +290,28 @@ void Client::Impl::TimeOut(PendingRequest& request, ClientResponse& response) {
 }
 
 int Client::Call(ClientRequest& request, ClientResponse& response) {
-  Impl& impl = *m_impl;
-  if (impl.service == nullptr) {
-    return CLIENT_ERR_NOT_STARTED;
-  }
-  if (impl.pending.size() != 0) {
+  return Run([&request, &response](Impl& impl) { return impl.Call(request, response); });
+}
+
+int Client::Impl::Call(ClientRequest& request, ClientResponse& response) {
+  if (pending.size() != 0) {
     return CLIENT_ERR_BUSY;
   }
-  const int ret = impl.Send(request);
+  const int ret = Send(request);
   if (ret != 0) {
     return ret;
   }
   // The request times out by itself.
-  while (impl.Receive(response, 1000) == 0) {
+  while (Receive(response, 1000) == 0) {
   }
   return 0;
 }
 
 int Client::Update() {
-  if (m_impl->service == nullptr) {
-    return CLIENT_ERR_NOT_STARTED;
-  }
-  m_impl->UpdateIfDue();
-  return 0;
+  return Run([](Impl& impl) {
+    impl.UpdateIfDue();
+    return 0;
+  });
 }
 
 void Client::Impl::UpdateIfDue() {
@@ -296,10 +324,10 @@ void Client::Impl::UpdateIfDue() {
 }
 
 size_t Client::Stop(int drain_ms, const std::function<void(ClientResponse&)>& on_outcome) {
-  Impl& impl = *m_impl;
-  if (impl.service == nullptr) {
+  if (m_impl == nullptr || m_impl->service == nullptr) {
     return 0;
   }
+  Impl& impl = *m_impl;
   const auto hand_out = [&impl, &on_outcome] {
     if (on_outcome) {
       on_outcome(impl.own_response);
@@ -307,9 +335,9 @@ size_t Client::Stop(int drain_ms, const std::function<void(ClientResponse&)>& on
   };
   const uint64_t timed_out_before = impl.counters.timed_out;
   const int64_t deadline_ms = GetMonotonicMilliseconds() + drain_ms;
-  while (impl.pending.size() != 0 && GetMonotonicMilliseconds() < deadline_ms) {
-    const auto left_ms = static_cast<int>(deadline_ms - GetMonotonicMilliseconds());
-    if (impl.Receive(impl.own_response, std::max(left_ms, 0)) == 1) {
+  for (int64_t left_ms = drain_ms; impl.pending.size() != 0 && left_ms > 0;
+       left_ms = deadline_ms - GetMonotonicMilliseconds()) {
+    if (Receive(impl.own_response, static_cast<int>(left_ms)) == 1) {
       hand_out();
     }
   }
@@ -322,26 +350,38 @@ size_t Client::Stop(int drain_ms, const std::function<void(ClientResponse&)>& on
   return static_cast<size_t>(impl.counters.timed_out - timed_out_before);
 }
 
-size_t Client::InFlight() const { return m_impl->pending.size(); }
+size_t Client::InFlight() const { return m_impl != nullptr ? m_impl->pending.size() : 0; }
 
-ClientCounters Client::Counters() const { return m_impl->counters; }
+ClientCounters Client::Counters() const {
+  return m_impl != nullptr ? m_impl->counters : ClientCounters();
+}
 
-const char* Client::OptionsError() const { return m_impl->options_error; }
+const char* Client::OptionsError() const {
+  return m_impl != nullptr ? m_impl->options_error : "out of memory";
+}
 
 void Client::GetLastError(int32_t& code, std::string& text) {
   code = 0;
   text.clear();
-  if (m_impl->service != nullptr) {
-    m_impl->service->GetLastError(code, text);
-  }
+  Run([&code, &text](Impl& impl) {
+    impl.service->GetLastError(code, text);
+    return 0;
+  });
 }
 
 std::string Client::StatusText() {
-  return m_impl->service != nullptr ? m_impl->service->StatusText() : std::string();
+  std::string text;
+  Run([&text](Impl& impl) {
+    text = impl.service->StatusText();
+    return 0;
+  });
+  return text;
 }
 
 uint64_t Client::SystemCalls() const {
-  return m_impl->service != nullptr ? m_impl->service->Connectors().SystemCalls() : 0;
+  return m_impl != nullptr && m_impl->service != nullptr
+             ? m_impl->service->Connectors().SystemCalls()
+             : 0;
 }
 
 }  // namespace OstrandService

@@ -19,6 +19,7 @@
 // is handed out package by package; HaveMoreResPkgs() tells whether another follows. What comes for
 // a request that has had its outcome is dropped and counted.
 //
+// Errors: codes; nothing throws. Without memory every operation answers ROUTER_ERR_ALLOCATION.
 // Threads: one Client a thread; nothing inside is shared between two Clients. The Client has one
 // network thread of its own.
 //
@@ -73,8 +74,8 @@ class Client {
   // Starts the network thread and begins to ask the directory. Returns at once. 0, or a code.
   int Start();
 
-  // Waits until requests can be sent: enough proxies signed up in every zone, schemas checked. 0;
-  // CLIENT_ERR_NOT_READY_IN_TIME; the code of a schema that does not fit.
+  // Waits until requests can be sent: enough proxies signed up in every zone, schemas checked.
+  // timeout_ms: from 0 on. 0; CLIENT_ERR_NOT_READY_IN_TIME; the code of a schema that does not fit.
   int WaitReady(int timeout_ms);
 
   // Sends a request; its object may be used again at once. request.GetAsynID() is then the id that
@@ -118,7 +119,10 @@ class Client {
 
  private:
   struct Impl;
-  std::unique_ptr<Impl> m_impl;
+  template <typename Body>
+  int Run(Body body);
+
+  std::unique_ptr<Impl> m_impl;  // null: no memory for it
 };
 
 }  // namespace OstrandService

@@ -178,15 +178,25 @@ void Service::OnDirectoryAnswer(int32_t zone_id,
     SERVICE_LOG(OSTRAND_LOG_LEVEL_ERROR, "zone %d: the route could not be taken, code %d", zone_id,
                 ret);
   }
-  const ostrand_protocol_dir::tagConfData& conf = answer.stBody.stResGetTablesAndAccess.stConfData;
-  const int32_t heartbeat_ms = conf.iHeartbeatMs;
-  const int32_t check_heartbeat_ms = conf.iCheckHeartbeatMs;
-  if (heartbeat_ms > 0) {
-    router->SetHeartbeatInterval(static_cast<uint32_t>(heartbeat_ms));
-  }
-  if (check_heartbeat_ms > 0) {
-    router->SetCheckHeartbeatInterval(static_cast<uint32_t>(check_heartbeat_ms));
-  }
+  TakeSettings(*router, answer.stBody.stResGetTablesAndAccess.stConfData);
+}
+
+// What the directory sets holds; what it does not set (0 or less) stays as the options have it.
+void Service::TakeSettings(OstrandRouter& router, const ostrand_protocol_dir::tagConfData& conf) {
+  const auto chosen = [](int32_t set, auto own) {
+    return set > 0 ? static_cast<decltype(own)>(set) : own;
+  };
+  router.SetHeartbeatInterval(chosen(conf.iHeartbeatMs, m_options.heartbeat_ms));
+  router.SetCheckHeartbeatInterval(chosen(conf.iCheckHeartbeatMs, m_options.check_heartbeat_ms));
+
+  JudgeProxyOption judge = Judge::kDefaultOption;
+  judge.threshold = chosen(conf.iJudgeThreshold, judge.threshold);
+  judge.check_period = chosen(conf.iJudgeCheckPeriod, judge.check_period);
+  judge.check_times = chosen(conf.iJudgeCheckTimes, judge.check_times);
+  judge.recheck_available_interval =
+      chosen(conf.iRecheckInterval, judge.recheck_available_interval);
+  judge.max_remove_rate = chosen(conf.iMaxRemoveRate, judge.max_remove_rate);
+  m_judge.SetProxyOption(static_cast<int32_t>(m_options.app_id), router.GetZoneId(), judge);
 }
 
 bool Service::IsReady() {

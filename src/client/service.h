@@ -98,6 +98,7 @@ class Service : public OstrandServer, private DirectoryListener {
 
   void OnDirectoryAnswer(int32_t zone_id,
                          const ostrand_protocol_dir::tagOStrdirCSPkg& answer) override;
+  void TakeSettings(OstrandRouter& router, const ostrand_protocol_dir::tagConfData& conf);
   int StartZone(int32_t zone_id);
   void RegisterTables();
   void UnregisterTables();

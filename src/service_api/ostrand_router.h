@@ -190,6 +190,10 @@ class OstrandRouter {
   // Takes the next answer: one request that got none in time, else one package of one proxy. 1: it
   // is in `response`; 0: there is none; ROUTER_ERR_NOT_INITIALISED; ROUTER_ERR_ARGUMENT for null.
   // After 0 the response may hold a package that was refused. request is not used.
+  //
+  // An answer that comes after its time-out is still delivered when it is whole, or the first
+  // package of several (in local-buffer mode it is refused). User bytes that were kept here went
+  // with the time-out: such a first package of a request with over 1009 of them has none.
   int32_t RecvResponse(OstrandServiceResponse* response, OstrandServiceRequest* request);
 
   // Logs how often each negative result came since the last call, and starts anew.
@@ -255,6 +259,7 @@ class OstrandRouter {
 
  private:
   friend class OstrandRouterPeer;  // what tests look at
+  friend class RingView;           // the ring without connections, for tools
 
   // The lists (ostrand_router_servers.cpp). A null list is an empty one.
   //
@@ -481,6 +486,7 @@ class OstrandRouter {
                         ostrand_protocol_cs::PERFTEST* perf, int32_t cmd);
   void CountPeekError();
   void CountUnpackError();
+  void CountErrorCode(int32_t result);
   void CountResponse(ProxyServer* server, const OstrandServiceResponse& response,
                      int16_t table_subscript, int64_t now_ms, ostrand_protocol_cs::PerfTest* perf);
 

@@ -87,9 +87,10 @@ int32_t OstrandRouter::InnerRecvResponse(ProxyServer* server, OstrandServiceResp
   }
   if (ret < 0) {
     CountPeekError();
-    const char* text = connector->GetLastErrDesc();
+    const char* const url = UrlOf(connector);
+    const char* const text = connector->GetLastErrDesc();  // holds until the next operation
     ROUTER_LOG_ERROR(m_logger, m_module_id, __func__, "Peek failed. ret:%d msg:%s server_url:%s",
-                     ret, text != nullptr ? text : "", UrlOf(connector));
+                     ret, text != nullptr ? text : "", url);
     return ret;
   }
   ret = response->Unpack(buffer, static_cast<size_t>(size));

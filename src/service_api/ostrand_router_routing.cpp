@@ -124,7 +124,8 @@ int OstrandRouter::GetRouterProxyServer(ProxyServer*& out, OstrandServiceRequest
     return ROUTER_ERR_NOT_INITIALISED;
   }
   // Taken back on success, so that only failed routings remain counted.
-  m_table_qos[qos_index]->iRounteErrorCount += 1;
+  tagTableQos* const qos = m_table_qos[qos_index];
+  qos->iRounteErrorCount = CountOn(qos->iRounteErrorCount);
   {
     OstrandCommon::ScopedLock lock(m_mutex_vistual_nodes);
     if (m_virtual_node_count == 0) {
@@ -137,7 +138,7 @@ int OstrandRouter::GetRouterProxyServer(ProxyServer*& out, OstrandServiceRequest
   OstrandCommon::ScopedLock lock(m_mutex_vistual_nodes);
   const int ret = FindUsableOnRing(hash, request, out);
   if (ret == 0) {
-    m_table_qos[qos_index]->iRounteErrorCount -= 1;
+    qos->iRounteErrorCount = CountOn(qos->iRounteErrorCount, -1);
   }
   return ret;
 }

@@ -1,11 +1,9 @@
 // Sending the application's requests.
 #include <sys/types.h>
 
-#include <cstdio>
 #include <cstring>
 
 #include "common/clock.h"
-#include "common/crc.h"
 #include "common/ostrand_reqresp_util.h"
 #include "protocol/ostrand_protocol_cs.h"
 #include "service_api/latency_data_mgr.h"
@@ -136,7 +134,7 @@ int32_t OstrandRouter::InnerSendRequest(ProxyServer* server, OstrandServiceReque
   ret = connector->SendToQ(m_pack_buffer, static_cast<unsigned int>(size), LoggerHandle());
   if (ret < 0) {
     if (m_table_qos[0] != nullptr) {
-      m_table_qos[0]->iSendErrorCount += 1;
+      m_table_qos[0]->iSendErrorCount = CountOn(m_table_qos[0]->iSendErrorCount);
     }
     CountSendError(statistic, *request);
     const char* text = connector->GetLastErrDesc();
@@ -168,7 +166,7 @@ int32_t OstrandRouter::InnerSendRequest(ProxyServer* server, OstrandServiceReque
 
 void OstrandRouter::CountPackError(tagServiceApiStatistic* statistic) {
   if (m_table_qos[0] != nullptr) {
-    m_table_qos[0]->iPackErrorCount += 1;
+    m_table_qos[0]->iPackErrorCount = CountOn(m_table_qos[0]->iPackErrorCount);
   }
   if (statistic != nullptr) {
     statistic->stOverallRunStatus.dwPackErrNumPerMin += 1;

@@ -23,6 +23,7 @@ using OstrandCommon::OstrandReqRespUtil;
 
 // Results that callers cause and that are no failure of the system.
 constexpr int32_t kNotPrinted[] = {-1293, -7949};
+constexpr size_t kMaxErrorCodes = 65536;  // that m_recvErrorCodeMap tells apart
 
 // The low byte of a result tells whose it is.
 enum Module : uint8_t {
@@ -129,7 +130,7 @@ void CountQosError(tagTableQos* qos, uint32_t cmd) {
     case QosCounter::kUpdate: qos->dwUpdateErrCount += 1; break;
     case QosCounter::kReplace: qos->dwReplaceErrCount += 1; break;
     case QosCounter::kDelete: qos->dwDeleteErrCount += 1; break;
-    case QosCounter::kOther: qos->iOtherErrorCount += 1; break;
+    case QosCounter::kOther: qos->iOtherErrorCount = CountOn(qos->iOtherErrorCount); break;
   }
 }
 
@@ -334,7 +335,7 @@ void OstrandRouter::CalStatisticPerf(SERVICEAPISTATISTIC* statistic, OSTRNET::CC
 
 void OstrandRouter::CountPeekError() {
   if (m_table_qos[0] != nullptr) {
-    m_table_qos[0]->iRecvErrorCount += 1;
+    m_table_qos[0]->iRecvErrorCount = CountOn(m_table_qos[0]->iRecvErrorCount);
   }
   tagServiceApiStatistic* statistic = m_statistic_mgr->GetServiceApiStatistic(m_app_id, m_zone_id);
   if (statistic != nullptr) {
@@ -344,11 +345,25 @@ void OstrandRouter::CountPeekError() {
 
 void OstrandRouter::CountUnpackError() {
   if (m_table_qos[0] != nullptr) {
-    m_table_qos[0]->iUnpackErrorCount += 1;
+    m_table_qos[0]->iUnpackErrorCount = CountOn(m_table_qos[0]->iUnpackErrorCount);
   }
   tagServiceApiStatistic* statistic = m_statistic_mgr->GetServiceApiStatistic(m_app_id, m_zone_id);
   if (statistic != nullptr) {
     statistic->stOverallRunStatus.dwUnpackErrNumPerMin += 1;
+  }
+}
+
+// A proxy that invents results fills the map up to a bound; without room or memory a result that
+// never came before is not listed.
+void OstrandRouter::CountErrorCode(int32_t result) {
+  const auto known = m_recvErrorCodeMap.find(result);
+  if (known != m_recvErrorCodeMap.end()) {
+    known->second = CountOn(known->second);
+  } else if (m_recvErrorCodeMap.size() < kMaxErrorCodes) {
+    try {
+      m_recvErrorCodeMap.emplace(result, 1);
+    } catch (const std::bad_alloc&) {
+    }
   }
 }
 
@@ -369,10 +384,7 @@ void OstrandRouter::CountResponse(ProxyServer* server, const OstrandServiceRespo
   }
   if (result < 0 &&
       std::find(std::begin(kNotPrinted), std::end(kNotPrinted), result) == std::end(kNotPrinted)) {
-    try {
-      m_recvErrorCodeMap[result] += 1;
-    } catch (const std::bad_alloc&) {  // a result that never came before is not listed
-    }
+    CountErrorCode(result);
   }
   CountByResult(response, view);
   CountByModule(result, view, access);

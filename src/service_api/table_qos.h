@@ -54,4 +54,9 @@ static_assert(offsetof(tagTableQos, iMostError) == 90, "record of the wire");
 static_assert(offsetof(tagTableQos, iExceptError) == 94, "record of the wire");
 static_assert(offsetof(tagTableQos, szMemo) == 98, "record of the wire");
 
+// A signed counter after one more event, or one less; it wraps.
+inline int32_t CountOn(int32_t counter, int32_t events = 1) {
+  return static_cast<int32_t>(static_cast<uint32_t>(counter) + static_cast<uint32_t>(events));
+}
+
 }  // namespace OstrandService
