@@ -1,6 +1,6 @@
 # One library a folder of src/, and what is made of them.
 
-# ostrand_add_layer(<name> [DEPENDS <layer>...])
+# ostrand_add_layer(<name> [DEPENDS <layer or target>...])
 #
 # Makes the static library `ostrand_<name>` (alias `ostrand::layer_<name>`) of all of src/<name>. It
 # is what tests link: every symbol is within reach. A folder without sources gives a library of
@@ -27,6 +27,8 @@ function(ostrand_add_layer name)
   foreach(depend IN LISTS LAYER_DEPENDS)
     if(TARGET ostrand_${depend})
       target_link_libraries(ostrand_${name} ${scope} ostrand_${depend})
+    elseif(TARGET ${depend})
+      target_link_libraries(ostrand_${name} ${scope} ${depend})
     endif()
   endforeach()
   add_library(ostrand::layer_${name} ALIAS ostrand_${name})
@@ -55,8 +57,15 @@ function(ostrand_add_bundle name)
   set(target ostrand_bundle_${name})
   add_library(${target} ${objects})
   set_target_properties(${target} PROPERTIES OUTPUT_NAME ostrand_${name} EXPORT_NAME ${name}
-                                             LINKER_LANGUAGE CXX)
-  target_include_directories(${target} PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/src>)
+                                             LINKER_LANGUAGE CXX
+                                             VERSION ${PROJECT_VERSION}
+                                             SOVERSION ${PROJECT_VERSION_MAJOR}
+                                             INSTALL_RPATH "$ORIGIN")  # they find each other
+  # A shared library says itself what it needs; nothing may be left to the program.
+  target_link_options(${target} PRIVATE $<$<NOT:$<BOOL:${OSTRAND_SANITIZE}>>:-Wl,--no-undefined>)
+  target_include_directories(${target} PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/src>
+                                              $<INSTALL_INTERFACE:include/ostrand>)
+  target_compile_features(${target} PUBLIC cxx_std_17)
   target_link_libraries(${target} PUBLIC Threads::Threads)
   foreach(depend IN LISTS BUNDLE_DEPENDS)
     if(TARGET ostrand_bundle_${depend})
@@ -72,9 +81,10 @@ endfunction()
 function(ostrand_add_program name)
   cmake_parse_arguments(PARSE_ARGV 1 PROGRAM "" "MAIN;LAYER" "")
   file(GLOB main CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/${PROGRAM_MAIN})
-  if(NOT main)
+  if(NOT main OR NOT TARGET ostrand_${PROGRAM_LAYER})
     return()
   endif()
   add_executable(${name} ${main})
+  target_compile_definitions(${name} PRIVATE OSTRAND_VERSION="${PROJECT_VERSION}")
   target_link_libraries(${name} PRIVATE ostrand_${PROGRAM_LAYER})
 endfunction()

@@ -17,8 +17,10 @@ using namespace ostrand_protocol_cs;  // NOLINT: commands
 using OstrandCommon::GetMonotonicMilliseconds;
 using OstrandCommon::OstrandReqRespUtil;
 
-constexpr size_t kSendTogether = 32;
+constexpr size_t kSendTogether = 256;
 constexpr size_t kUpdatesForAllOverdue = 100;
+constexpr size_t kPassOverInAPoll = 1024;  // packages that are no outcome
+constexpr int kPollAgain = 2;
 
 bool IsCommandOfApplication(uint32_t cmd) {
   return cmd == OSTRAND_API_METADATA_GET_REQ || OstrandReqRespUtil::IsReadRequest(cmd, 0) ||
@@ -28,6 +30,11 @@ bool IsCommandOfApplication(uint32_t cmd) {
 bool NeedsKey(uint32_t cmd) {
   return OstrandReqRespUtil::IsSimpleReadRequest(cmd, 0) ||
          OstrandReqRespUtil::IsSimpleWriteRequest(cmd, 0);
+}
+
+bool EachFieldHasAValue(const OStrandKeySet& key) {
+  return std::all_of(key.astFields, key.astFields + key.dwFieldNum,
+                     [](const OStrandKeyField& field) { return field.dwFieldLen != 0; });
 }
 
 // Memory that runs out is a code here like everything else.
@@ -153,7 +160,8 @@ int Client::Impl::Send(ClientRequest& request) {
   if (router == nullptr || subscript < 0) {
     return CLIENT_ERR_TABLE;
   }
-  if (NeedsKey(cmd) && request.GetPkg()->stHead.stKeyInfo.dwFieldNum == 0) {
+  const OStrandKeySet& key = request.GetPkg()->stHead.stKeyInfo;
+  if ((NeedsKey(cmd) && key.dwFieldNum == 0) || !EachFieldHasAValue(key)) {
     return CLIENT_ERR_KEY;
   }
   PendingRequest* entry = pending.Add();
@@ -221,8 +229,8 @@ int Client::Impl::Receive(ClientResponse& response, int timeout_ms) {
     UpdateIfDue();
     const uint64_t seen = service->Connectors().FramesSeen();
     const int ret = Poll(response);
-    if (ret != 0) {
-      return ret;
+    if (ret == 1) {
+      return 1;
     }
     service->Connectors().Flush();
     queued = 0;
@@ -233,18 +241,29 @@ int Client::Impl::Receive(ClientResponse& response, int timeout_ms) {
     if (now_ms >= deadline_ms) {
       return 0;
     }
-    service->Connectors().WaitForFrames(seen, std::min(deadline_ms, update_due_ms));
+    if (ret == 0) {
+      service->Connectors().WaitForFrames(seen, std::min(deadline_ms, update_due_ms));
+    }
   }
 }
 
-// 1: `response` is an outcome, or a package of one; 0: nothing is there.
+// 1: `response` is an outcome, or a package of one; 0: nothing is there; kPollAgain: so much was no
+// outcome that whoever waits should look at the time. The router says 0 also for a package that it
+// refused; others may wait behind that.
 int Client::Impl::Poll(ClientResponse& response) {
+  const TcpConnectorMgr& connectors = service->Connectors();
   const size_t zones = service->ZoneCount();
+  size_t passed_over = 0;
   for (size_t i = 0; i < zones; ++i) {
     OstrandRouter& router = service->RouterAt(next_zone);
-    while (router.RecvResponse(&response, nullptr) == 1) {
-      if (IsOutcome(response)) {
-        return 1;
+    for (bool is_empty = false; !is_empty && passed_over < kPassOverInAPoll; ++passed_over) {
+      const uint64_t consumed = connectors.FramesConsumed();
+      if (router.RecvResponse(&response, nullptr) == 1) {
+        if (IsOutcome(response)) {
+          return 1;
+        }
+      } else {
+        is_empty = connectors.FramesConsumed() == consumed;
       }
     }
     next_zone = (next_zone + 1) % zones;
@@ -254,7 +273,7 @@ int Client::Impl::Poll(ClientResponse& response) {
     TimeOut(*overdue, response);
     return 1;
   }
-  return 0;
+  return passed_over < kPassOverInAPoll ? 0 : kPollAgain;
 }
 
 // Whether it goes to the application: an answer to one of its pending requests.
@@ -265,6 +284,9 @@ bool Client::Impl::IsOutcome(ClientResponse& response) {
   const uint64_t asyn_id = response.GetAsynID();
   PendingRequest* request = pending.Find(asyn_id);
   if (request == nullptr || request->cmd + 1 != response.GetCmd()) {
+    if (request != nullptr) {
+      pending.Watch(*request);  // the router takes it for answered
+    }
     ++counters.dropped;
     return false;
   }
@@ -376,6 +398,12 @@ std::string Client::StatusText() {
     return 0;
   });
   return text;
+}
+
+const char* Client::UsedProxyUrl(int32_t zone_id) const {
+  const OstrandRouter* const router =
+      m_impl->service != nullptr ? m_impl->service->RouterOf(zone_id) : nullptr;
+  return router != nullptr ? router->GetUsedProxyUrl() : nullptr;
 }
 
 uint64_t Client::SystemCalls() const {

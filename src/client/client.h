@@ -40,6 +40,7 @@
 #include "client/client_options.h"
 #include "client/client_request.h"
 #include "client/client_response.h"
+#include "common/export.h"
 
 namespace OstrandService {
 
@@ -54,7 +55,7 @@ enum ClientError : int {
   CLIENT_ERR_TABLE = -38163,              // 0x9513: the request's table or zone is not registered
   CLIENT_ERR_TOO_MANY = -38419,           // 0x9613: max_in_flight requests are in flight
   CLIENT_ERR_REQUEST = -38675,            // 0x9713: the command is none of the application's
-  CLIENT_ERR_KEY = -38931,                // 0x9813: a command on one record without a key
+  CLIENT_ERR_KEY = -38931,  // 0x9813: a record command without key, a key field without value
 };
 
 struct ClientCounters {
@@ -64,7 +65,7 @@ struct ClientCounters {
   uint64_t dropped = 0;    // came for a request that had its outcome, or for nobody
 };
 
-class Client {
+class OSTRAND_API Client {
  public:
   explicit Client(const ClientOptions& options);
   ~Client();  // as Stop(0)
@@ -113,6 +114,10 @@ class Client {
 
   // Proxies, ring and statistics as text.
   std::string StatusText();
+
+  // Url of the proxy that the zone's last accepted request went to; null before the first, and for
+  // another zone. Valid until the next Send.
+  const char* UsedProxyUrl(int32_t zone_id) const;
 
   // System calls that the network layer made; for benchmarks.
   uint64_t SystemCalls() const;

@@ -15,11 +15,19 @@ constexpr size_t kMaxTableName = 31;
 constexpr size_t kMinBufferLimit = size_t{64} << 10;
 constexpr size_t kMaxBufferLimit = size_t{1} << 30;
 
+// What a sign-up has room for.
+constexpr size_t kMaxSignature = 1023;
+constexpr size_t kMaxUserName = 32;
+constexpr size_t kMaxPassword = 127;
+
+bool FitsText(const std::string& text, size_t max_len) {
+  return text.size() <= max_len && text.find('\0') == std::string::npos;
+}
+
 const char* CheckTables(const ClientOptions& options) {
   std::set<std::pair<int32_t, std::string>> seen;
   for (const TableOptions& table : options.tables) {
-    if (table.name.empty() || table.name.size() > kMaxTableName ||
-        table.name.find('\0') != std::string::npos) {
+    if (table.name.empty() || !FitsText(table.name, kMaxTableName)) {
       return "a table name must have 1 to 31 characters";
     }
     if (std::find(options.zones.begin(), options.zones.end(), table.zone_id) ==
@@ -59,6 +67,13 @@ const char* CheckOptions(const ClientOptions& options) {
   if (options.signature.empty() &&
       (options.user_name.empty() || options.password_encrypted.empty())) {
     return "a signature, or a user name and a password, is needed";
+  }
+  if (!FitsText(options.signature, kMaxSignature) || !FitsText(options.user_name, kMaxUserName) ||
+      !FitsText(options.password_encrypted, kMaxPassword)) {
+    return "signature, user name and password must have at most 1023, 32 and 127 characters";
+  }
+  if (options.sign_type < INT16_MIN || options.sign_type > INT16_MAX) {
+    return "sign_type must be -32768 to 32767";
   }
   if (options.default_timeout_ms < 1) {
     return "default_timeout_ms must be at least 1";

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "common/export.h"
 #include "common/logger.h"
 #include "vex/vex.h"
 
@@ -45,10 +46,12 @@ struct ClientOptions {
   bool keep_user_buffers = false;       // user buffers stay here instead of travelling
   int64_t directory_refresh_ms = 5000;
   int64_t update_interval_ms = 10;  // how often the router is driven
-  uint32_t random_seed = 1;         // of the pauses after directory failures
+  // Of the pauses after directory failures. 0: another one in each Client, so that clients that
+  // were started together do not come back together.
+  uint32_t random_seed = 0;
 };
 
 // What is wrong with the options, or null when nothing is.
-const char* CheckOptions(const ClientOptions& options);
+OSTRAND_API const char* CheckOptions(const ClientOptions& options);
 
 }  // namespace OstrandService

@@ -31,12 +31,13 @@
 #include <optional>
 #include <string_view>
 
+#include "common/export.h"
 #include "protocol/ostrand_protocol_cs.h"
 #include "service_api/ostrand_service_request.h"
 
 namespace OstrandService {
 
-class ClientRequest : public OstrandServiceRequest {
+class OSTRAND_API ClientRequest : public OstrandServiceRequest {
  public:
   static constexpr size_t kMaxUserBuffLen = ostrand_protocol_cs::OSTRAND_MAX_USER_BUFF_LEN;
   static constexpr size_t kUserBuffRoom = kMaxUserBuffLen + 14;

@@ -26,12 +26,13 @@
 #include <optional>
 #include <string_view>
 
+#include "common/export.h"
 #include "protocol/ostrand_protocol_cs.h"
 #include "service_api/ostrand_service_response.h"
 
 namespace OstrandService {
 
-class ClientResponse : public OstrandServiceResponse {
+class OSTRAND_API ClientResponse : public OstrandServiceResponse {
  public:
   // The result of what stands in place of an answer that did not come in time.
   static constexpr int32_t kResultTimeOut = -20499;  // 0xFFFFAFED

@@ -7,6 +7,8 @@
 
 #include <cstddef>
 
+#include "common/export.h"
+
 namespace OstrandService {
 
 // What gives the code.
@@ -28,9 +30,9 @@ struct ErrorEntry {
 
 // The text of a code: "success" for 0, "unknown error" for a code that is not in the table. Static
 // storage.
-const char* ErrorText(int code);
+OSTRAND_API const char* ErrorText(int code);
 
 // The table, without 0, by origin; each code once.
-const ErrorEntry* AllErrors(size_t& count);
+OSTRAND_API const ErrorEntry* AllErrors(size_t& count);
 
 }  // namespace OstrandService

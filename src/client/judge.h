@@ -22,12 +22,13 @@
 #include <cstdint>
 #include <memory>
 
+#include "common/export.h"
 #include "service_api/judge_proxy.h"
 #include "service_api/service_api_statistic.h"
 
 namespace OstrandService {
 
-class Judge : public JudgeProxy {
+class OSTRAND_API Judge : public JudgeProxy {
  public:
   static constexpr size_t kMaxZones = 256;  // of all applications together
   static constexpr JudgeProxyOption kDefaultOption = {100, 10, 3, 60, 0, 0, false, 0, 10};

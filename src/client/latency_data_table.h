@@ -25,11 +25,12 @@
 #include "client/buffer_pool.h"
 #include "client/deadline_queue.h"
 #include "client/runtime_errors.h"
+#include "common/export.h"
 #include "service_api/latency_data_mgr.h"
 
 namespace OstrandService {
 
-class LatencyDataTable : public LatencyDataMgr {
+class OSTRAND_API LatencyDataTable : public LatencyDataMgr {
  public:
   static constexpr size_t kDefaultMaxInFlight = 1000000;
 

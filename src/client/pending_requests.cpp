@@ -64,15 +64,20 @@ void PendingRequests::Remove(uint64_t asyn_id) {
   }
 }
 
-void PendingRequests::Watch(const PendingRequest& request) {
-  m_watched.push({request.deadline_ms, request.asyn_id});
+void PendingRequests::Watch(PendingRequest& request) {
+  if (!request.is_watched) {
+    m_watched.push({request.deadline_ms, request.asyn_id});
+    request.is_watched = true;
+  }
 }
 
 PendingRequest* PendingRequests::FindOverdue(int64_t now_ms, size_t rounds_for_all) {
   while (!m_watched.empty() && m_watched.top().deadline_ms < now_ms) {
     PendingRequest* request = Find(m_watched.top().asyn_id);
     m_watched.pop();
-    if (request != nullptr) {
+    if (request != nullptr && request->deadline_ms >= now_ms) {  // it was put off
+      m_watched.push({request->deadline_ms, request->asyn_id});
+    } else if (request != nullptr) {
       return request;
     }
   }

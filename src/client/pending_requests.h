@@ -20,6 +20,7 @@ struct PendingRequest {
   int32_t zone_id = 0;
   int32_t subscript = 0;  // of the table
   int32_t seq = 0;
+  bool is_watched = false;
 };
 
 class PendingRequests {
@@ -34,7 +35,7 @@ class PendingRequests {
   void Remove(uint64_t asyn_id);
 
   // Has the request looked at when its deadline is over: for those that nobody else times.
-  void Watch(const PendingRequest& request);
+  void Watch(PendingRequest& request);
 
   // A request whose deadline is over, or null. Watched ones come in time; the others are a net
   // below the router's own time-outs, and are found within some `rounds_for_all` calls.

@@ -1,5 +1,7 @@
 #include "client/service.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
@@ -22,6 +24,16 @@ constexpr char kApiVersion[] = "1.0.0";
 constexpr size_t kScratchSize = size_t{64} << 10;
 constexpr int64_t kMinuteMs = 60000;
 constexpr int64_t kSchemaRetryMs = 3000;
+
+// Differs between clients of a process, processes of a machine and machines; the multiplication
+// (Knuth, TAOCP 3, 6.4) spreads what differs over all bits.
+uint32_t SeedOfThisClient(const void* client) {
+  const uint64_t mixed =
+      (static_cast<uint64_t>(OstrandCommon::GetCurrentMicroseconds()) ^
+       (static_cast<uint64_t>(getpid()) << 32) ^ reinterpret_cast<uintptr_t>(client)) *
+      0x9E3779B97F4A7C15u;
+  return static_cast<uint32_t>(mixed >> 32);
+}
 
 }  // namespace
 
@@ -58,7 +70,8 @@ int Service::Start() {
   directory.zones = m_options.zones;
   directory.api_version = kApiVersion;
   directory.refresh_ms = m_options.directory_refresh_ms;
-  directory.random_seed = m_options.random_seed;
+  directory.random_seed =
+      m_options.random_seed != 0 ? m_options.random_seed : SeedOfThisClient(this);
   DirectoryListener& listener = *this;
   m_directory = std::make_unique<DirectoryClient>(*m_connectors, m_logger, m_options.module_id,
                                                   directory, listener);

@@ -16,11 +16,12 @@
 #include <memory>
 #include <string>
 
+#include "common/export.h"
 #include "service_api/ostrand_service_statistic_mgr.h"
 
 namespace OstrandService {
 
-class StatisticMgr : public OstrandServiceStatisticMgr {
+class OSTRAND_API StatisticMgr : public OstrandServiceStatisticMgr {
  public:
   static constexpr size_t kMaxZones = 256;  // of all applications together
 

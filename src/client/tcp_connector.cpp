@@ -393,6 +393,7 @@ void TcpConnector::ConsumePkg() {
   }
   const size_t taken = sizeof(FrameLen) + static_cast<size_t>(size);
   m_ready.TakeFront(taken);
+  ++m_mgr.m_frames_consumed;
   m_recv_size -= taken;
   if (m_read_stopped && m_recv_size <= m_limit / 2) {
     ScopedLock lock(m_mutex);

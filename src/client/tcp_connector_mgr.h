@@ -54,6 +54,9 @@ class TcpConnectorMgr : public OSTRNET::CConnectorMgr, private NetRoundListener 
   // Flushes first.
   void WaitForFrames(uint64_t seen, int64_t monotonic_deadline_ms);
 
+  // Frames that the application's thread consumed so far.
+  uint64_t FramesConsumed() const { return m_frames_consumed; }
+
   // System calls so far on sockets and of the loop; for benchmarks.
   uint64_t SystemCalls() const { return m_socket_calls + m_loop.SystemCalls(); }
 
@@ -73,7 +76,8 @@ class TcpConnectorMgr : public OSTRNET::CConnectorMgr, private NetRoundListener 
   const int m_module_id;
   const size_t m_default_limit;
   NetLoop m_loop;
-  std::string m_error;  // application's thread
+  std::string m_error;             // application's thread
+  uint64_t m_frames_consumed = 0;  // as above
 
   OstrandCommon::Mutex m_mutex;                             // taken behind a connector's own
   std::vector<std::unique_ptr<TcpConnector>> m_connectors;  // changed while the thread stands

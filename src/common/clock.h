@@ -8,23 +8,25 @@
 
 #include <cstdint>
 
+#include "common/export.h"
+
 namespace OstrandCommon {
 
 // Wall-clock time in milliseconds.
-int64_t GetCurrentMilliseconds();
+OSTRAND_API int64_t GetCurrentMilliseconds();
 
 // Wall-clock time in microseconds.
-int64_t GetCurrentMicroseconds();
+OSTRAND_API int64_t GetCurrentMicroseconds();
 
 // Milliseconds of a clock that only goes forward, from an unknown start: for time-outs of the
 // library's own threads. Tests do not replace it.
-int64_t GetMonotonicMilliseconds();
+OSTRAND_API int64_t GetMonotonicMilliseconds();
 
 // Answers a time in microseconds.
 using ClockFunction = int64_t (*)();
 
 // Puts `clock` in the place of the system's clock for the whole process; null puts the system's
 // clock back. For tests: a program that serves users never calls it.
-void ReplaceClock(ClockFunction clock);
+OSTRAND_API void ReplaceClock(ClockFunction clock);
 
 }  // namespace OstrandCommon

@@ -9,9 +9,11 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "common/export.h"
+
 namespace OstrandCommon {
 
 // The checksum of `len` bytes. Of no bytes it is 0; `data` may then be null.
-uint32_t CRC(const char* data, size_t len);
+OSTRAND_API uint32_t CRC(const char* data, size_t len);
 
 }  // namespace OstrandCommon

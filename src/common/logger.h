@@ -6,6 +6,8 @@
 // long and must not call back into the library.
 #pragma once
 
+#include "common/export.h"
+
 namespace OstrandCommon {
 
 // Smaller is more urgent. A logger set to a level writes the lines at or below its number.
@@ -31,7 +33,7 @@ class NonCopyable {
   ~NonCopyable() = default;
 };
 
-class Logger : public NonCopyable {
+class OSTRAND_API Logger : public NonCopyable {
  public:
   // Writes one line. The second argument is reserved (always 0).
   // module_id: the module that speaks, chosen by the owner; file: source unit without extension;

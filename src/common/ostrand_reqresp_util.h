@@ -11,9 +11,11 @@
 
 #include <cstdint>
 
+#include "common/export.h"
+
 namespace OstrandCommon {
 
-class OstrandReqRespUtil {
+class OSTRAND_API OstrandReqRespUtil {
  public:
   OstrandReqRespUtil() = delete;
 

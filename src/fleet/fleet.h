@@ -26,6 +26,7 @@
 #include <string_view>
 #include <vector>
 
+#include "common/export.h"
 #include "fleet/fleet_codes.h"
 #include "fleet/fleet_types.h"
 #include "fleet/proxy_counters.h"
@@ -61,7 +62,7 @@ struct FleetOptions {
   uint32_t random_seed = 1;  // of garbage
 };
 
-class Fleet {
+class OSTRAND_API Fleet {
  public:
   explicit Fleet(FleetOptions options = FleetOptions());
   ~Fleet();  // stops

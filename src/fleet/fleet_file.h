@@ -19,6 +19,7 @@
 #include <string>
 #include <string_view>
 
+#include "common/export.h"
 #include "fleet/fleet_directory.h"
 #include "fleet/proxy_faults.h"
 
@@ -35,12 +36,12 @@ struct FleetFile {
 
 // Parses a whole text. False when a line is not one of the above; then `error` says which and why,
 // and `file` is unchanged.
-bool ParseFleetFile(std::string_view text, FleetFile& file, std::string& error);
+OSTRAND_API bool ParseFleetFile(std::string_view text, FleetFile& file, std::string& error);
 
 // The text of a file that has this route for a zone and nothing else.
-std::string WriteFleetFile(int32_t zone, const Route& route);
+OSTRAND_API std::string WriteFleetFile(int32_t zone, const Route& route);
 
 // Reads a file whole. False when it cannot be read or is larger than any fleet file.
-bool ReadTextFile(const std::string& path, std::string& text);
+OSTRAND_API bool ReadTextFile(const std::string& path, std::string& text);
 
 }  // namespace OstrandFleet

@@ -1,6 +1,8 @@
 // The fleet as a program of its own, for tests and benchmarks that want it in another process.
 #pragma once
 
+#include "common/export.h"
+
 namespace OstrandFleet {
 
 // Runs a fleet until SIGINT or SIGTERM and returns the exit status. Once everything listens, it
@@ -15,6 +17,6 @@ namespace OstrandFleet {
 //   --stand-in    answer at the least possible cost, without a store
 //
 // Blocks both signals for the whole process: call it before other threads are made.
-int RunFleetProgram(int argc, char** argv);
+OSTRAND_API int RunFleetProgram(int argc, char** argv);
 
 }  // namespace OstrandFleet

@@ -12,6 +12,8 @@
 #include <string>
 #include <string_view>
 
+#include "common/export.h"
+
 namespace OstrandFleet {
 
 // What happens to an answer. X(enumerator, name in the fleet file, meaning)
@@ -83,17 +85,17 @@ struct ProxyFaults {
 #undef OSTRAND_FLEET_MEMBER
 };
 
-bool operator==(const ProxyFaults& a, const ProxyFaults& b);
+OSTRAND_API bool operator==(const ProxyFaults& a, const ProxyFaults& b);
 inline bool operator!=(const ProxyFaults& a, const ProxyFaults& b) { return !(a == b); }
 
 // Sets the switch of this name from a text: a number, a name of the lists above, a text; "" turns a
 // bool on. False, and nothing changed, for a name or a value that is none.
-bool SetSwitch(ProxyFaults& faults, std::string_view name, std::string_view value);
+OSTRAND_API bool SetSwitch(ProxyFaults& faults, std::string_view name, std::string_view value);
 
-const char* NameOf(AnswerFault fault);
-const char* NameOf(AnswerScope scope);
+OSTRAND_API const char* NameOf(AnswerFault fault);
+OSTRAND_API const char* NameOf(AnswerScope scope);
 
 // A whole decimal number with an optional '-'; false for anything else.
-bool ParseNumber(std::string_view text, int64_t& number);
+OSTRAND_API bool ParseNumber(std::string_view text, int64_t& number);
 
 }  // namespace OstrandFleet

@@ -6,9 +6,11 @@
 // therefore locks inside; nobody else locks for it.
 #pragma once
 
+#include "common/export.h"
+
 namespace OSTRNET {
 
-class CConnector {
+class OSTRAND_API CConnector {
  public:
   // Values of GetStatus. Any other value is unknown.
   enum Status : int {

@@ -4,6 +4,7 @@
 // Threads: CreateConnector and RemoveConnector are called from the application's thread.
 #pragma once
 
+#include "common/export.h"
 #include "net/net_connector.h"
 #include "net/net_parser.h"
 
@@ -14,7 +15,7 @@ namespace OSTRNET {
 // 0: the frame stays queued for PeekPkg. Anything else: it was consumed and is dropped.
 using ReceiveCallback = int (*)(const char* url, const char* data, int len, void* arg);
 
-class CConnectorMgr {
+class OSTRAND_API CConnectorMgr {
  public:
   virtual ~CConnectorMgr() = default;
 

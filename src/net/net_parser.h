@@ -1,11 +1,13 @@
 // How the connector layer finds the frames in a stream of bytes.
 #pragma once
 
+#include "common/export.h"
+
 namespace OSTRNET {
 
 // Ownership: borrowed by the connectors that use it; outlives them.
 // Threads: called on the network thread.
-class IPackParser {
+class OSTRAND_API IPackParser {
  public:
   virtual ~IPackParser() = default;
 

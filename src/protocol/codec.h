@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "common/export.h"
 #include "protocol/codec_errors.h"
 #include "protocol/ostrand_protocol_cs.h"
 
@@ -38,8 +39,8 @@ static_assert(OSTRAND_MAX_REQ_FRAME_LEN <= OSTRAND_MAX_FRAME_LEN);
 // frame says so; a version above OSTRAND_PKG_CURRENT_VERSION counts as that one. log_handle: not
 // used. Magic, version and both lengths come from the packing, not from the package. 0, or a
 // negative code; then len is unchanged and buf's content is of no use.
-int PackWholeCsPkgMaybeCompress(char* buf, size_t& len, char* zip_buf, size_t zip_len,
-                                const OStrandPkg& pkg, int version, void* log_handle);
+OSTRAND_API int PackWholeCsPkgMaybeCompress(char* buf, size_t& len, char* zip_buf, size_t zip_len,
+                                            const OStrandPkg& pkg, int version, void* log_handle);
 
 // Unpacks the one frame that fills data[0, len) exactly; every byte is checked before it is used.
 // zip_buf, zip_len, extra_buf, extra_len: room for decompression; not used, may be (null, 0).
@@ -47,8 +48,8 @@ int PackWholeCsPkgMaybeCompress(char* buf, size_t& len, char* zip_buf, size_t zi
 // Bodies of commands without a body record (BodyKind::kSkipped) are passed over. An answer with a
 // result other than 0 may lack its body; it then gets a constructed one.
 // 0, or a negative code; then the package's head is as constructed: no command, nothing in it.
-int UnpackWholeCsPkgMaybeDecompress(OStrandPkg& pkg, char* zip_buf, size_t zip_len,
-                                    const char* data, size_t len, void* log_handle, char* extra_buf,
-                                    size_t extra_len);
+OSTRAND_API int UnpackWholeCsPkgMaybeDecompress(OStrandPkg& pkg, char* zip_buf, size_t zip_len,
+                                                const char* data, size_t len, void* log_handle,
+                                                char* extra_buf, size_t extra_len);
 
 }  // namespace ostrand_protocol_cs

@@ -4,6 +4,8 @@
 // numbers 0x60 to 0x7F above it.
 #pragma once
 
+#include "common/export.h"
+
 namespace ostrand_protocol_cs {
 
 #define OSTRAND_CODEC_ERRORS(X)                                                                  \
@@ -46,6 +48,6 @@ enum OStrandCodecError : int {
 };
 
 // The text of a code; "success" for 0, null for a code that is not the codec's.
-const char* CodecErrorText(int code);
+OSTRAND_API const char* CodecErrorText(int code);
 
 }  // namespace ostrand_protocol_cs

@@ -6,6 +6,8 @@
 
 #include <cstdint>
 
+#include "common/export.h"
+
 namespace ostrand_protocol_cs {
 
 // X(name, request code, body of the request, body of the answer); the bodies are values of
@@ -94,9 +96,9 @@ enum class BodyKind : uint8_t {
 };
 
 // The body record of a command; kUnknown for a code that is not in the list.
-BodyKind BodyKindOfCmd(int64_t cmd);
+OSTRAND_API BodyKind BodyKindOfCmd(int64_t cmd);
 
 // "OSTRAND_API_GET_REQ" and the like; "unknown" for a code that is not in the list.
-const char* NameOfCmd(int64_t cmd);
+OSTRAND_API const char* NameOfCmd(int64_t cmd);
 
 }  // namespace ostrand_protocol_cs

@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <memory>
 
+#include "common/export.h"
 #include "protocol/ostrand_api_cmds.h"
 #include "protocol/record_buffer.h"
 #include "protocol/record_decode_helper.h"
@@ -38,7 +39,7 @@ struct OStrandRouterInfo {
   char szTableName[OSTRAND_MAX_TABLE_NAME_LEN];
 };
 
-struct OStrandPkgHead {
+struct OSTRAND_API OStrandPkgHead {
   uint16_t wMagic;
   uint16_t wVersion;   // the version whose fields the frame carries
   uint32_t dwHeadLen;  // bytes of the packed head; set by unpacking, computed anew by packing
@@ -132,7 +133,7 @@ struct OStrandTTLRes {
   OStrandRecordTTL astRecordTTL[OSTRAND_MAX_TTL_RECORD_NUM];
 };
 
-struct OStrandPkgBody {
+struct OSTRAND_API OStrandPkgBody {
   union {
     OStrandAppSignupReq stAppSignupReq;      // 51
     OStrandAppSignupRes stAppSignupRes;      // 52
@@ -153,7 +154,7 @@ struct OStrandPkgBody {
   int construct(int64_t cmd);
 };
 
-struct OStrandPkg {
+struct OSTRAND_API OStrandPkg {
   OStrandPkgHead stHead;
   OStrandPkgBody stBody;
 
@@ -170,6 +171,6 @@ struct OStrandPkg {
 };
 
 // A package on the heap with a constructed head; null without memory.
-std::unique_ptr<OStrandPkg> NewOStrandPkg();
+OSTRAND_API std::unique_ptr<OStrandPkg> NewOStrandPkg();
 
 }  // namespace ostrand_protocol_cs

@@ -7,9 +7,11 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "common/export.h"
+
 namespace ostrand_protocol_cs {
 
-struct PerfTest {
+struct OSTRAND_API PerfTest {
   static constexpr size_t kPackedLen = 88;
   static constexpr uint32_t kBaseVersion = 79;      // the first version that has the record
   static constexpr uint32_t kCurrentVersion = 119;  // the version written

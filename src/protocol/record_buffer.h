@@ -26,6 +26,7 @@
 #include <cstdint>
 #include <string_view>
 
+#include "common/export.h"
 #include "protocol/key_set.h"
 
 namespace ostrand_protocol_cs {
@@ -50,7 +51,7 @@ struct RecordMark {
 
 // Appends records. After every call, failed ones included, the records are well-formed; a failed
 // call changes nothing.
-class RecordWriter {
+class OSTRAND_API RecordWriter {
  public:
   // Appends behind what stands in `records`, which outlives the writer. Nobody else writes to it
   // while the writer is in use.
@@ -94,7 +95,7 @@ struct FieldView {
 };
 
 // Walks fields.
-class FieldReader {
+class OSTRAND_API FieldReader {
  public:
   FieldReader() = default;
   FieldReader(const char* fields, uint32_t num) : m_next(fields), m_left(num) {}
@@ -111,7 +112,7 @@ class FieldReader {
 };
 
 // One record: views into the package, as FieldView.
-struct RecordView {
+struct OSTRAND_API RecordView {
   RecordMark mark;
   FieldReader keys;
   FieldReader values;
@@ -123,7 +124,7 @@ struct RecordView {
 };
 
 // Walks records.
-class RecordReader {
+class OSTRAND_API RecordReader {
  public:
   // `records` outlives the reader and its views, unchanged.
   explicit RecordReader(const OStrandRecords& records);
@@ -138,6 +139,6 @@ class RecordReader {
 
 // Checks records as they stand on the wire: that `num` well-formed records within all limits fill
 // exactly `len` bytes. 0, or a negative code. Never reads behind data + len.
-int CheckRecords(const char* data, size_t len, uint32_t num);
+OSTRAND_API int CheckRecords(const char* data, size_t len, uint32_t num);
 
 }  // namespace ostrand_protocol_cs

@@ -6,6 +6,8 @@
 
 #include <cstdint>
 
+#include "common/export.h"
+
 namespace OstrandService {
 
 class OstrandServiceStatisticMgr;
@@ -23,7 +25,7 @@ struct JudgeProxyOption {
   int32_t max_remove_rate;  // share of the proxies in use that may be out, per cent
 };
 
-class JudgeProxy {
+class OSTRAND_API JudgeProxy {
  public:
   virtual ~JudgeProxy() = default;
 

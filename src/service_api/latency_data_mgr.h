@@ -7,6 +7,8 @@
 
 #include <cstdint>
 
+#include "common/export.h"
+
 namespace OstrandService {
 
 class OstrandServiceStatisticMgr;
@@ -30,7 +32,7 @@ struct LatencyData {
   uint32_t user_buffer_len;  // as given to PushBack, also when nothing was kept
 };
 
-class LatencyDataMgr {
+class OSTRAND_API LatencyDataMgr {
  public:
   virtual ~LatencyDataMgr() = default;
 

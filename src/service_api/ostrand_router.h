@@ -33,6 +33,7 @@
 #include <string>
 #include <vector>
 
+#include "common/export.h"
 #include "common/logger.h"
 #include "common/mutex.h"
 #include "common/relaxed.h"
@@ -88,7 +89,7 @@ using Totallen2Id = std::multimap<uint64_t, uint32_t, std::greater<uint64_t>>;
 // MurmurHash64A (Austin Appleby, MurmurHash2, 64-bit version for 64-bit platforms) with seed
 // 0x12DD273, but in each block h is multiplied first and XORed after: positions must agree with
 // every other client of the zone.
-uint64_t con_hash_func(const char* data, uint64_t len);
+OSTRAND_API uint64_t con_hash_func(const char* data, uint64_t len);
 
 // The receive callback of every proxy's connector; arg is the connector's ProxyServer. Network
 // thread. -1: an argument is missing or the frame is shorter than its fixed head; -2: no logger; 0:
@@ -101,10 +102,10 @@ void TraceLogConnection(OstrandCommon::Logger* logger, int module_id, List* list
 
 // Order in which the fields of a key are sorted: descending by name, at most 32 bytes of it
 // compared.
-bool OStrandKeyFieldComp(const ostrand_protocol_cs::OStrandKeyField& a,
-                         const ostrand_protocol_cs::OStrandKeyField& b);
+OSTRAND_API bool OStrandKeyFieldComp(const ostrand_protocol_cs::OStrandKeyField& a,
+                                     const ostrand_protocol_cs::OStrandKeyField& b);
 
-class OstrandRouter {
+class OSTRAND_API OstrandRouter {
  public:
   static constexpr int MAX_NODE_PER_SERVER = 100;  // ring points of one proxy
   static constexpr int MAX_SERVER_COUNT = 200;     // proxies on the ring

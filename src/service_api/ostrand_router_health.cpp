@@ -57,9 +57,10 @@ bool ProxyServer::IsUnavailable(OstrandCommon::Logger* logger) {
 }
 
 void OstrandRouter::SetUnavailable(ProxyServer* server) {
+  auto& isolated = m_statistic_mgr->m_isolateProxyCntMap[m_zone_id];  // first: all that can fail
   server->is_available = false;
   server->last_unavailable_time = OstrandCommon::GetCurrentMilliseconds() / 1000;
-  m_statistic_mgr->m_isolateProxyCntMap[m_zone_id] += 1;
+  isolated += 1;
 }
 
 void OstrandRouter::UpdateProxyAvailableV2() {

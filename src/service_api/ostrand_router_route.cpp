@@ -1,6 +1,7 @@
 // Answers of the directory: from a route to the lists.
 #include <algorithm>
 #include <cstring>
+#include <map>
 #include <new>
 #include <set>
 #include <string>
@@ -256,20 +257,20 @@ int OstrandRouter::ConHashFreshAllServer(const tagResGetTablesAndAccess& table_a
       ROUTER_LOG_ERROR(m_logger, m_module_id, __func__, "url %s already exist", url.text);
     }
   }
-  const size_t old_size = m_all_servers.size();
-  m_all_servers.clear();
+  std::map<std::string, int32_t> all_servers;  // takes the place of the old one whole or not at all
   int32_t index = 0;
   for (const std::string& url : urls) {
-    if (m_all_servers.emplace(url, index).second) {
+    if (all_servers.emplace(url, index).second) {
       ROUTER_LOG_TRACE(m_logger, m_module_id, __func__, "insert url %s success, size: %zu",
-                       url.c_str(), m_all_servers.size());
+                       url.c_str(), all_servers.size());
     } else {
       ROUTER_LOG_ERROR(m_logger, m_module_id, __func__, "url %s already exist", url.c_str());
     }
     ++index;
   }
+  m_all_servers.swap(all_servers);
   ROUTER_LOG_INFO(m_logger, m_module_id, __func__, "ConHashFreshAllServer, server count: %d -> %zd",
-                  static_cast<int>(old_size), static_cast<ssize_t>(m_all_servers.size()));
+                  static_cast<int>(all_servers.size()), static_cast<ssize_t>(m_all_servers.size()));
   return 0;
 }
 

@@ -13,6 +13,7 @@
 #include <map>
 #include <string>
 
+#include "common/export.h"
 #include "common/logger.h"
 #include "common/mutex.h"
 #include "service_api/register_table_info.h"
@@ -24,7 +25,7 @@ struct OStrandPkg;
 namespace OstrandService {
 
 // The service's network thread, as the router stops and restarts it.
-class NetThread {
+class OSTRAND_API NetThread {
  public:
   virtual ~NetThread() = default;
 
@@ -46,7 +47,7 @@ class ScopedPause {
   NetThread& m_thread;
 };
 
-class OstrandServer {
+class OSTRAND_API OstrandServer {
  public:
   // Table name to what is known of the table; zone id to its tables.
   using RegisterTables = std::map<std::string, RegisterTableInfo, std::less<>>;

@@ -7,13 +7,15 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "common/export.h"
+
 namespace ostrand_protocol_cs {
 struct OStrandPkg;
 }
 
 namespace OstrandService {
 
-class OstrandServiceRequest {
+class OSTRAND_API OstrandServiceRequest {
  public:
   virtual ~OstrandServiceRequest() = default;
 

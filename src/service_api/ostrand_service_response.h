@@ -7,13 +7,15 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "common/export.h"
+
 namespace ostrand_protocol_cs {
 struct OStrandPkg;
 }
 
 namespace OstrandService {
 
-class OstrandServiceResponse {
+class OSTRAND_API OstrandServiceResponse {
  public:
   // The largest frame: head and body. It admits the largest schema image.
   static constexpr int64_t kMaxPkgLen = int64_t{16} * 1024 * 1024;

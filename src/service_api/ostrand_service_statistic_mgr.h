@@ -7,11 +7,12 @@
 #include <cstdint>
 #include <map>
 
+#include "common/export.h"
 #include "service_api/service_api_statistic.h"
 
 namespace OstrandService {
 
-class OstrandServiceStatisticMgr {
+class OSTRAND_API OstrandServiceStatisticMgr {
  public:
   virtual ~OstrandServiceStatisticMgr() = default;
 

@@ -4,12 +4,13 @@
 // Threads: ParsePackLength runs on the network thread.
 #pragma once
 
+#include "common/export.h"
 #include "common/logger.h"
 #include "net/net_parser.h"
 
 namespace OstrandService {
 
-class ProxyPackParser : public OSTRNET::IPackParser {
+class OSTRAND_API ProxyPackParser : public OSTRNET::IPackParser {
  public:
   // logger may be null: nothing is logged then.
   ProxyPackParser(OstrandCommon::Logger* logger, int module_id)

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 
+#include "common/export.h"
 #include "common/logger.h"
 #include "common/relaxed.h"
 #include "net/net_connector.h"
@@ -14,7 +15,7 @@ namespace OstrandService {
 // the connector manager. The router deletes both (see OstrandRouter).
 // Threads: Relaxed fields are shared by the network thread (receive callback) and the application's
 // thread; the others belong to the application's thread.
-struct ProxyServer {
+struct OSTRAND_API ProxyServer {
   OSTRNET::CConnector* connector = nullptr;
   int32_t pre_status = -1;  // connector status that the last pass saw; -1: never tried
   OstrandCommon::Relaxed<int64_t> last_recv_ms = 0;       // ms; start of the silence

@@ -13,6 +13,7 @@
 #include <cstdint>
 #include <ctime>
 
+#include "common/export.h"
 #include "vex/vex_codes.h"
 
 struct VexMeta;
@@ -32,21 +33,21 @@ using LPVEXMETALIB = VexMetaLib*;
 //
 // Takes any bytes. Memory used is a small multiple of the bytes of the image, whatever its counts
 // claim. Answers kVexOk or one of the codes down to kVexNoMemory.
-int vex_load_metalib_buf(LPVEXMETALIB* lib, const char* buffer, int* length);
+OSTRAND_API int vex_load_metalib_buf(LPVEXMETALIB* lib, const char* buffer, int* length);
 
 // Frees a loaded library and sets the pointer to null. Null, or a pointer to null, does nothing.
-void vex_free_lib(LPVEXMETALIB* lib);
+OSTRAND_API void vex_free_lib(LPVEXMETALIB* lib);
 
 // --- Metas: the schema of one table ---
 
 // The table of this name (compared exactly); null when there is none, or an argument is null.
-LPVEXMETA vex_get_meta_by_name(LPVEXMETALIB lib, const char* name);
+OSTRAND_API LPVEXMETA vex_get_meta_by_name(LPVEXMETALIB lib, const char* name);
 
 // The schema's version; -1 for a null meta, which no schema has.
-int vex_get_meta_current_version(LPVEXMETA meta);
+OSTRAND_API int vex_get_meta_current_version(LPVEXMETA meta);
 
 // The table's custom attribute: items separated by ';'. Null when it has none, or meta is null.
-const char* vex_get_meta_customattr2(LPVEXMETA meta);
+OSTRAND_API const char* vex_get_meta_customattr2(LPVEXMETA meta);
 
 // Whether a client that was built with `local` may use a table that the server holds as `server`.
 //
@@ -54,7 +55,7 @@ const char* vex_get_meta_customattr2(LPVEXMETA meta);
 // of a newer version may have further value fields behind those of `local`. Otherwise the code of
 // the first difference, one of those from kVexNoLocalMeta on. Names of the tables, key fields and
 // since-versions are not compared.
-int vex_compare_value_fields(LPVEXMETA local, LPVEXMETA server);
+OSTRAND_API int vex_compare_value_fields(LPVEXMETA local, LPVEXMETA server);
 
 // --- Dates ---
 
@@ -74,9 +75,9 @@ using vexdatetime_t = int64_t;
 
 // Packs the time `utc`, in seconds since the epoch. Times before the year 1 or after the year 9999
 // give the first or the last second of that range. A null `out` does nothing.
-void vex_utctime_to_vexdatetime(vexdatetime_t* out, time_t utc);
+OSTRAND_API void vex_utctime_to_vexdatetime(vexdatetime_t* out, time_t utc);
 
 // The inverse. kVexBadDateTime when `datetime` is no date and time as above (a day that its month
 // does not have, a bit set above the year); `out` is unchanged then. kVexInvalidArgument for a null
 // `out`.
-int vex_vexdatetime_to_utctime(time_t* out, vexdatetime_t datetime);
+OSTRAND_API int vex_vexdatetime_to_utctime(time_t* out, vexdatetime_t datetime);

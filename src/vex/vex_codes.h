@@ -5,6 +5,8 @@
 // the last of their range.
 #pragma once
 
+#include "common/export.h"
+
 // clang-format off
 #define VEX_CODES(X)                                                                              \
   X(kVexOk, 0, "success")                                                                         \
@@ -46,4 +48,4 @@ enum VexCode : int {
 };
 
 // The text of a code; "unknown code" for a number that is none. Static storage, any thread.
-const char* vex_code_text(int code);
+OSTRAND_API const char* vex_code_text(int code);

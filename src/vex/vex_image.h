@@ -33,6 +33,7 @@
 #include <cstdint>
 #include <string>
 
+#include "common/export.h"
 #include "vex/vex_schema.h"
 
 constexpr uint32_t kVexImageMagic = 0x5645584C;
@@ -48,4 +49,4 @@ constexpr size_t kVexImageBytesMax = 10485759;
 // Refuses, with its code, what vex_check_metalib refuses; kVexImageTooLarge above
 // kVexImageBytesMax; kVexInvalidArgument for a null `image`; kVexNoMemory. Nothing throws; any
 // thread.
-int vex_write_metalib_buf(const VexMetaLib& lib, std::string* image);
+OSTRAND_API int vex_write_metalib_buf(const VexMetaLib& lib, std::string* image);

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "common/export.h"
 #include "vex/vex_codes.h"
 
 constexpr size_t kVexTablesMax = 4096;   // tables of a library
@@ -42,7 +43,7 @@ struct VexTypeInfo {
 };
 
 // What is known of a type; null when there is no such type. Static storage.
-const VexTypeInfo* vex_type_info(VexFieldType type);
+OSTRAND_API const VexTypeInfo* vex_type_info(VexFieldType type);
 
 struct VexField {
   std::string name;  // 1 to 31 bytes, no NUL
@@ -65,12 +66,12 @@ struct VexMetaLib {
 
 // Whether all limits above are kept and no two fields of the table, keys and values together, have
 // one name. kVexOk or the code of the first fault. Neither throws nor allocates; any thread.
-int vex_check_meta(const VexMeta& meta);
+OSTRAND_API int vex_check_meta(const VexMeta& meta);
 
 // Whether every table passes vex_check_meta and no two have one name. kVexOk, the code of the first
 // fault, or kVexNoMemory. Any thread.
-int vex_check_metalib(const VexMetaLib& lib);
+OSTRAND_API int vex_check_metalib(const VexMetaLib& lib);
 
-bool operator==(const VexField& a, const VexField& b);
-bool operator==(const VexMeta& a, const VexMeta& b);
-bool operator==(const VexMetaLib& a, const VexMetaLib& b);
+OSTRAND_API bool operator==(const VexField& a, const VexField& b);
+OSTRAND_API bool operator==(const VexMeta& a, const VexMeta& b);
+OSTRAND_API bool operator==(const VexMetaLib& a, const VexMetaLib& b);

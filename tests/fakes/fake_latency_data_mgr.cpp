@@ -60,6 +60,9 @@ int FakeLatencyDataMgr::CalculateDelay(LatencyData* record, int64_t now_ms,
                                        OstrandServiceStatisticMgr* statistic_mgr) {
   const UnwatchedAllocations unwatched;
   m_delays.emplace_back(record->id_for_latency_data, now_ms);
+  if (m_journal != nullptr) {
+    m_journal->Add("CalculateDelay " + std::to_string(record->id_for_latency_data));
+  }
   m_statistic_mgr = statistic_mgr;
   return 0;
 }

@@ -4,7 +4,7 @@
 // deadline (send time and time-out; from the last renewal on, that time and the time-out).
 // Ownership: owns its records until FreeLatencyData.
 // Threads: the application's thread, as its contract says.
-// Journal entries: "PushBack <id>", "FreeLatencyData <id>".
+// Journal entries: "PushBack <id>", "CalculateDelay <id>", "FreeLatencyData <id>".
 #pragma once
 
 #include <map>

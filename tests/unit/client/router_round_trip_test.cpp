@@ -1,124 +1,22 @@
 // The router with the runtime's own requests, responses, in-flight table, statistics and judge:
 // what is promised about them together.
+#include "unit/client/router_round_trip_test.h"
+
 #include <gtest/gtest.h>
 
-#include <cstdio>
-#include <cstring>
 #include <initializer_list>
-#include <memory>
 #include <string>
-#include <vector>
 
 #include "client/client_request.h"
 #include "client/client_response.h"
 #include "client/judge.h"
-#include "client/latency_data_table.h"
-#include "client/statistic_mgr.h"
-#include "fakes/allocation_faults.h"
-#include "fakes/router_fixture.h"
-#include "protocol/codec.h"
+#include "client/runtime_errors.h"
 #include "protocol/perf_test.h"
 
 namespace OstrandService {
 namespace {
 
 using namespace ostrand_protocol_cs;  // NOLINT: packages
-
-constexpr char kTable[] = "player";
-constexpr char kUrl[] = "tcp://10.0.0.1:8001";
-constexpr int kIp = 0x0100000A;
-constexpr int kPort = 8001;
-
-// A router with one proxy on a ring of one point.
-class RouterRoundTrip : public testing::Test, public OstrandFakes::RouterFixture {
- protected:
-  RouterRoundTrip() {
-    real_statistics.RegisterApp(kAppId, kZoneId);
-    subscript = real_statistics.RegisterTable(kAppId, kZoneId, kTable);
-    real_statistics.AddAccess(kAppId, kZoneId, kUrl, kIp, kPort, "id");
-    router = NewRouter(&table, &real_statistics, &real_judge);
-    peer = std::make_unique<OstrandRouterPeer>(*router);
-    EXPECT_EQ(0, Init());
-    ProxyServer* const proxy = AddReadyProxy(peer->m_using_servers(), kUrl);
-    mgr.At(kUrl).SetAddress(kIp, kPort);
-    peer->m_virtual_nodes()[0] = VirtualServerNode{1, proxy};
-    peer->m_virtual_node_count() = 1;
-    peer->m_proxy_sign_up_recv() = true;
-    std::snprintf(qos.szTableName, sizeof(qos.szTableName), "%s", kTable);
-    qos.iZoneID = kZoneId;
-    router->SetQos(&qos);
-    Begin(OSTRAND_API_GET_REQ);
-  }
-  ~RouterRoundTrip() override { peer->m_virtual_nodes()[0].server = nullptr; }
-
-  void Begin(uint32_t cmd) {
-    ASSERT_EQ(0, request.Init(cmd, kZoneId, kTable));
-    request.SetTableSubscript(subscript);
-    request.SetTimeout(100);
-    request.SetAsynID(77);
-    request.SetSequence(-3);
-    request.SetKey("id", "42");
-  }
-
-  // Sends the request and answers the frame that left, unpacked.
-  std::unique_ptr<OStrandPkg> Send() {
-    mgr.At(kUrl).ClearSent();
-    EXPECT_EQ(0, router->SendRequest(&request));
-    const std::string frame = mgr.At(kUrl).sent().at(0);
-    auto pkg = NewOStrandPkg();
-    EXPECT_EQ(0, UnpackWholeCsPkgMaybeDecompress(*pkg, nullptr, 0, frame.data(), frame.size(),
-                                                 nullptr, nullptr, 0));
-    return pkg;
-  }
-
-  // The proxy's answer to a request; one of several packages when it says so.
-  void Answer(const OStrandPkg& to, uint32_t number = 0, bool more = false, int32_t result = 0) {
-    const auto answer = NewOStrandPkg();
-    OStrandPkgHead& head = answer->stHead;
-    head.dwCmd = to.stHead.dwCmd + 1;
-    head.iResult = result;
-    head.ullAsynID = to.stHead.ullAsynID;
-    head.iSeq = to.stHead.iSeq;
-    head.stRouterInfo = to.stHead.stRouterInfo;
-    head.dwSubCmd = number;
-    std::memcpy(head.szUserBuff, to.stHead.szUserBuff, to.stHead.dwUserBuffLen);
-    head.dwUserBuffLen = to.stHead.dwUserBuffLen;
-    std::memcpy(head.szPerfTest, to.stHead.szPerfTest, to.stHead.dwPerfTestLen);
-    head.dwPerfTestLen = to.stHead.dwPerfTestLen;
-    ASSERT_EQ(0, answer->stBody.construct(head.dwCmd));
-    if (head.dwCmd == OSTRAND_API_GET_BY_PARTKEY_RES) {
-      answer->stBody.stGetByPartKeyRes.bHasMorePkgs = more ? 1 : 0;
-    }
-    std::string frame(8192, '\0');
-    size_t len = frame.size();
-    ASSERT_EQ(0, PackWholeCsPkgMaybeCompress(frame.data(), len, nullptr, 0, *answer, 127, nullptr));
-    frame.resize(len);
-    mgr.At(kUrl).QueueFrame(frame);
-  }
-
-  int32_t Receive() { return router->RecvResponse(&response, nullptr); }
-
-  static std::string UserBuffOf(const OStrandPkg& pkg) {
-    return {pkg.stHead.szUserBuff, pkg.stHead.dwUserBuffLen};
-  }
-  std::string UserBuff() {
-    size_t len = 0;
-    const char* const bytes = response.GetUserBuff(&len);
-    return {bytes, len};
-  }
-  tagAccessRunStatus& Access() {
-    return *real_statistics.GetAccessRunStatus(
-        *real_statistics.GetServiceApiStatistic(kAppId, kZoneId), kIp, kPort);
-  }
-
-  LatencyDataTable table{kAppId, 1000};
-  StatisticMgr real_statistics;
-  Judge real_judge;
-  tagTableQos qos{};
-  int32_t subscript = -1;
-  ClientRequest request;
-  ClientResponse response;
-};
 
 TEST_F(RouterRoundTrip, AnAnswerBringsTheUsersBytesBack) {
   ASSERT_EQ(0, request.SetUserBuff("user", 4));

@@ -165,6 +165,20 @@ TEST_F(FastCheckTest, LogsARemovalBeforeIt) {
   logger.OnLine(nullptr);
 }
 
+TEST_F(FastCheckTest, NeverTouchesTheRing) {
+  AddReady(5);
+  peer->WriteHashCircle();
+  const RingCopy before = Ring();
+  ASSERT_EQ(500U, before.points.size());
+  Starve({1, 2});
+  clock.AdvanceMs(1000);
+  logger.Clear();
+  Check();
+  EXPECT_EQ(std::vector<int>({1, 2}), Unavailable());
+  EXPECT_TRUE(before == Ring());
+  EXPECT_TRUE(logger.LinesFrom("WriteHashCircle").empty());
+}
+
 TEST_F(FastCheckTest, SaysThatItLooksEvenWhenAllIsWell) {
   AddReady(3);
   judge.option.max_remove_rate = 10;

@@ -77,11 +77,41 @@ TEST_F(JudgedTest, TakesAProxyOutOfUse) {
 TEST_F(JudgedTest, LogsARemovalBeforeIt) {
   AddReady(3);
   Condemn({2});
-  logger.OnLine([&](const LogLine&) { EXPECT_TRUE(Proxy(2).is_available); });
+  logger.OnLine([&](const LogLine&) {
+    EXPECT_TRUE(Proxy(2).is_available);
+    EXPECT_EQ(0, Proxy(2).last_unavailable_time);
+    EXPECT_EQ(-1, IsolatedCount());
+  });
   Check();
   EXPECT_EQ(1U, logger.Lines().size());
   EXPECT_FALSE(Proxy(2).is_available);
   logger.OnLine(nullptr);
+}
+
+TEST_F(JudgedTest, CountsEachRemovalBeforeItGoesOn) {
+  AddReady(5);
+  Condemn({1, 3, 4});
+  std::vector<int> isolated;
+  logger.OnLine([&](const LogLine&) { isolated.push_back(IsolatedCount()); });
+  Check();
+  logger.OnLine(nullptr);
+  EXPECT_EQ(std::vector<int>({-1, 1, 2}), isolated) << "at each line";
+  EXPECT_EQ(3, IsolatedCount());
+}
+
+// Requests pass over the points of a proxy that is out of use, until the ring is written again.
+TEST_F(JudgedTest, NeverTouchesTheRing) {
+  AddReady(5);
+  peer->WriteHashCircle();
+  const RingCopy before = Ring();
+  ASSERT_EQ(500U, before.points.size());
+  Condemn({1, 2, 3});
+  clock.AdvanceMs(1000);
+  logger.Clear();
+  Check();
+  EXPECT_EQ(std::vector<int>({1, 2, 3}), Unavailable());
+  EXPECT_TRUE(before == Ring());
+  EXPECT_TRUE(logger.LinesFrom("WriteHashCircle").empty());
 }
 
 TEST_F(JudgedTest, NeedsThreeThatCanTakeRequests) {

@@ -11,9 +11,9 @@
 #include <utility>
 #include <vector>
 
-#include "fakes/router_fixture.h"
 #include "protocol/ostrand_protocol_cs.h"
 #include "service_api/ostrand_service_response.h"
+#include "unit/service_api/router_availability_test.h"
 #include "vex/vex_schema.h"
 
 namespace OstrandService {
@@ -125,6 +125,17 @@ TEST_F(RecheckTest, PutsAProxyBackOnTrial) {
   EXPECT_EQ(7, first->last_auth_result) << "the next sign-up answer sets it";
   EXPECT_EQ(2, first->pre_status);
   EXPECT_EQ(8U, first->m_request_count);
+}
+
+// It is written again once the proxy has signed up.
+TEST_F(RecheckTest, NeverTouchesTheRing) {
+  peer->WriteHashCircle();
+  const RingCopy before = CopyRing(*peer);
+  ASSERT_EQ(200U, before.points.size());
+  clock.AdvanceMs(1000);
+  EXPECT_EQ(0, Recheck(kDue));
+  EXPECT_TRUE(first->is_available);
+  EXPECT_TRUE(before == CopyRing(*peer));
 }
 
 TEST_F(RecheckTest, LogsTheRetryOnceItIsDone) {

@@ -12,6 +12,7 @@ namespace {
 using ostrand_protocol_cs::OStrandPkg;
 using OstrandCommon::OSTRAND_LOG_LEVEL_DEBUG;
 using OstrandCommon::OSTRAND_LOG_LEVEL_ERROR;
+using OstrandFakes::LogLine;
 using OstrandFakes::Said;
 
 using Texts = std::vector<std::string>;
@@ -195,7 +196,27 @@ TEST_F(ResponseContextTest, GivesTheKeptUserBufferBackBeforeItFreesTheRecord) {
   const int32_t id = InFlight(7, kept);
   EXPECT_EQ(0, Proc(Context(id, kSubscript)));
   EXPECT_EQ(kept, response.UserBytes());
-  EXPECT_EQ(Texts({"SetUserBuff", "FreeLatencyData " + std::to_string(id)}), journal.Entries());
+  EXPECT_EQ(Texts({"CalculateDelay " + std::to_string(id), "SetUserBuff",
+                   "FreeLatencyData " + std::to_string(id)}),
+            journal.Entries());
+}
+
+TEST_F(ResponseContextTest, TellsThatTheRecordIsFoundBeforeItTouchesIt) {
+  const int32_t id = InFlight(7, "kept");
+  const LogLine found = Lines({Found(8, id, 0)})[0];
+  int seen = 0;
+  logger.OnLine([&](const LogLine& line) {
+    if (line == found) {
+      ++seen;
+      EXPECT_EQ(Texts(), journal.Entries());
+      EXPECT_EQ(0U, response.pkg().stHead.dwUserBuffLen) << "its context is taken off by then";
+    } else {
+      EXPECT_EQ(Texts({"CalculateDelay " + std::to_string(id), "SetUserBuff"}), journal.Entries());
+    }
+  });
+  EXPECT_EQ(0, Proc(Context(id, kSubscript)));
+  EXPECT_EQ(1, seen);
+  EXPECT_EQ(2U, logger.Lines().size());
 }
 
 TEST_F(ResponseContextTest, GivesNothingBackOfARecordThatKeptOnlyTheLength) {

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "protocol/perf_test.h"
 #include "unit/service_api/router_recv_test.h"
 
 namespace OstrandService {
@@ -335,6 +336,55 @@ TEST_F(RecvCountersTest, CountsTheRestWithoutMemoryForANewCode) {
   EXPECT_TRUE(peer->m_recvErrorCodeMap().empty());
   EXPECT_EQ(1U, statistic->stOverallRunStatus.dwRespErrNumPerMin);
   EXPECT_EQ(1U, qos.dwQueryErrCount);
+}
+
+// The client library's own verdict counts as the answer's result.
+TEST_F(RecvCountersTest, CountsAPackageOutOfOrderAsAnErrorOfTheLibrary) {
+  const int32_t id = InFlight(25);
+  Answer package = AnswerOf(kGetByPartKeyRes, 0, Context(id, kSubscript), 0);
+  package.more = true;
+  Queue(package);
+  EXPECT_EQ(1, InnerRecv());
+  ASSERT_EQ(1, latency.GetLatencyData(id)->next_sub_pkg_seq);
+  ForgetCounts();
+  package.number = 2;
+  Queue(package);
+  EXPECT_EQ(1, InnerRecv());
+  EXPECT_EQ(Sum({Shared("RespErrNumPerMin"), Shared("ReadRespErrNumPerMin"),
+                 Shared("ApiErrNumPerMin"), Access("dwResponseCountPerMin")}),
+            Counted());
+  EXPECT_EQ(Counters({{"dwQueryErrCount", 1}}), NonZeroCounters(qos));
+  EXPECT_EQ((std::map<int32_t, int32_t>{{-18963, 1}}), peer->m_recvErrorCodeMap());
+}
+
+// Results are counted before the table's own record is looked up, delays behind it.
+TEST_F(RecvCountersTest, CountsThenLooksTheTableUpThenBooksTheDelay) {
+  LoseTheTables();
+  ostrand_protocol_cs::PerfTest perf;
+  perf.construct();
+  perf.ullApiSendTime = static_cast<uint64_t>(kNow - 28) * 1000;
+  char packed[256];
+  size_t len = 0;
+  ASSERT_EQ(0, perf.pack(packed, sizeof(packed), &len, 119));
+  Answer answer = AnswerOf(kRead, -269, Context(kUnknownId, kSubscript));
+  answer.perf_test.assign(packed, len);
+  ForgetCounts();
+  Queue(answer);
+  int seen = 0;
+  logger.OnLine([&](const OstrandFakes::LogLine& line) {
+    if (line.text == "the table(\"players\") is not existed in the array m_table_qos") {
+      ++seen;
+      EXPECT_EQ(1U, statistic->stOverallRunStatus.dwRespErrNumPerMin);
+      EXPECT_EQ(1U, statistic->stOverallRunStatus.dwOstrsvrRouteMsgErrNumPerMin);
+      EXPECT_EQ((std::map<int32_t, int32_t>{{-269, 1}}), peer->m_recvErrorCodeMap());
+      EXPECT_EQ(0U, statistic->stPerfDelay.stApiTotalDelay.dwDelayLow100MS);
+      EXPECT_EQ(0U, statistic->stPerfDelay.stApiTotalDelay.dwMaxDelay);
+    }
+  });
+  EXPECT_EQ(1, InnerRecv());
+  EXPECT_EQ(1, seen);
+  EXPECT_EQ(1U, statistic->stPerfDelay.stApiTotalDelay.dwDelayLow100MS);
+  EXPECT_EQ(28U, statistic->stPerfDelay.stApiTotalDelay.dwMaxDelay);
 }
 
 // --- Packages that never became an answer ---

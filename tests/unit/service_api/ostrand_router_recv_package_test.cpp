@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "unit/protocol/raw_frame.h"
 #include "unit/service_api/router_recv_test.h"
 
 namespace OstrandService {
@@ -90,11 +91,33 @@ TEST_F(InnerRecvTest, CountsThenLogsThenReportsAPackageThatCannotBeUnpacked) {
   bool between = false;
   logger.OnLine([&](const LogLine&) {
     between = statistic->stOverallRunStatus.dwUnpackErrNumPerMin == 1 &&
-              first_qos.iUnpackErrorCount == 1 && server.dir_alarm_codes().empty();
+              first_qos.iUnpackErrorCount == 1 && connector->queued_frames() == 0 &&
+              server.dir_alarm_codes().empty();
   });
   EXPECT_EQ(-77, InnerRecv());
   EXPECT_TRUE(between);
   EXPECT_EQ(Texts({"Unpack", "SetDirAlarmErrorCode -77"}), journal.Entries());
+}
+
+// A length that leads out of the head's own room.
+TEST_F(InnerRecvTest, DropsAPackageWhoseUserBufferIsTooLong) {
+  constexpr int kTooLong = -27923;  // 0x6D13
+  ostrand_protocol_cs::RawFrame bad(kGetRes);
+  bad.user_buff = ostrand_protocol_cs::Counted(UserBytes(1025));
+  bad.result = static_cast<uint32_t>(-269);  // so that it needs no body
+  ostrand_protocol_cs::RawFrame longest = bad;
+  longest.user_buff = ostrand_protocol_cs::Counted(UserBytes(1024));
+  connector->QueueFrame(bad.Bytes());
+  connector->QueueFrame(longest.Bytes());
+  EXPECT_EQ(kTooLong, InnerRecv());
+  EXPECT_EQ(Lines({{OSTRAND_LOG_LEVEL_ERROR, "InnerRecvResponse",
+                    "response->Unpack failed. ret:-27923"}}),
+            logger.Lines());
+  EXPECT_EQ(std::vector<int>({kTooLong}), server.dir_alarm_codes());
+  EXPECT_EQ(Counters({{"dwUnpackErrNumPerMin", 1}}), Counted());
+  EXPECT_EQ(Counters({{"iUnpackErrorCount", 1}}), NonZeroCounters(first_qos));
+  EXPECT_EQ(1, InnerRecv()) << "the next package is served";
+  EXPECT_EQ(UserBytes(1024), response.UserBytes());
 }
 
 TEST_F(InnerRecvTest, TracesWhatWasUnpacked) {
@@ -204,6 +227,20 @@ TEST_F(InnerRecvPerfTest, BooksTheDelaysOfARecord) {
   EXPECT_EQ(static_cast<uint64_t>(kNow), statistic->astAccessStatistic[0].ullMaxDelayTime);
   EXPECT_EQ(kGetRes, statistic->astAccessStatistic[0].dwMaxDelayCmd);
   EXPECT_EQ(28U, statistic->stOverallRunStatus.ullSimpleReadMaxLatencyPerMin);
+}
+
+TEST_F(InnerRecvPerfTest, TakesTheTimeAfterItUnpacked) {
+  constexpr int64_t kUnpacked = kNow + 5;
+  response.OnUnpack([this](int) { clock.AdvanceMs(5); });
+  Answer answer;
+  answer.user_buff = Context(InFlight(7), kSubscript);
+  answer.perf_test = Record();
+  Queue(answer);
+  EXPECT_EQ(1, InnerRecv());
+  ASSERT_EQ(1U, latency.delays().size());
+  EXPECT_EQ(kUnpacked, latency.delays()[0].second);
+  EXPECT_EQ(static_cast<uint64_t>(kUnpacked), statistic->astAccessStatistic[0].ullMaxDelayTime);
+  EXPECT_EQ(33U, statistic->astAccessStatistic[0].dwMaxDelay);
 }
 
 TEST_F(InnerRecvPerfTest, BooksNothingWithoutARecord) {

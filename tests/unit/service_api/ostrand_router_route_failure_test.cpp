@@ -82,6 +82,45 @@ TEST_F(RouteChangeTest, StopsWhereThePreparingListIsFull) {
   }
 }
 
+// Whoever is in the new route may take requests again, prepared or not.
+TEST_F(RouteChangeTest, ForgivesAProxyAlsoWhenItCannotBePrepared) {
+  constexpr int32_t kRefused = -6413;
+  ProxyServer* parked = Park(kC);
+  for (uint32_t i = 0; i < 1024; ++i) {
+    AppendNode(preparing, kE, nullptr);
+  }
+  ProxyServer* const records[] = {a, b, parked};
+  const struct {
+    const char* url;
+    ProxyServer* forgiven;
+  } kCases[] = {{kA, a}, {kC, parked}};
+  for (const auto& c : kCases) {
+    for (ProxyServer* record : records) {
+      record->last_auth_result = kRefused;
+    }
+    EXPECT_EQ(kAllocation, Flush({kE, c.url, kB}));
+    for (ProxyServer* record : records) {
+      EXPECT_EQ(record == c.forgiven ? 0 : kRefused, record->last_auth_result) << c.url;
+    }
+  }
+}
+
+TEST_F(RouteChangeTest, ForgivesWhatIsPreparedAlsoWhenAnotherCannotBeParked) {
+  constexpr int32_t kRefused = -6413;
+  ASSERT_EQ(0, Flush({kC, kD, kE}));
+  ProxyServer* const kept = ServerAt(preparing, kC);
+  ProxyServer* const left = ServerAt(preparing, kD);
+  ProxyServer* const behind = ServerAt(preparing, kE);
+  for (ProxyServer* record : {kept, left, behind}) {
+    record->last_auth_result = kRefused;
+  }
+  FillUp(removing);
+  EXPECT_EQ(kAllocation, Flush({kC, kE}));
+  EXPECT_EQ(0, kept->last_auth_result);
+  EXPECT_EQ(kRefused, left->last_auth_result);
+  EXPECT_EQ(kRefused, behind->last_auth_result) << "not reached";
+}
+
 TEST_F(RouteChangeTest, StopsAtANewProxyThatCannotBeAdded) {
   const struct {
     const char* what;

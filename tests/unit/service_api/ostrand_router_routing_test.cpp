@@ -23,12 +23,26 @@ TEST_F(RouterRoutingTest, RefusesARouterThatDidNotFinishInit) {
   SetRing({{1, proxies[1]}});
   router->Fini();
   logger.Clear();
-  out = nullptr;
+  ProxyServer stranger;
+  out = &stranger;
   EXPECT_EQ(kNotInitialised, peer->GetRouterProxyServer(out, &request, kZoneId, kTable));
-  EXPECT_EQ(nullptr, out);
   EXPECT_EQ(kNotInitialised, peer->GetRouterProxyServer(out, nullptr, kZoneId, nullptr));
+  EXPECT_EQ(&stranger, out) << "as it was";
   EXPECT_TRUE(logger.Lines().empty());
   EXPECT_EQ(7, RouteErrors());
+}
+
+TEST_F(RouterRoutingTest, RefusesARouterWithoutInitAndAfterAFailedOne) {
+  const auto raw = NewRouter(&latency, &statistics, &judge);
+  const OstrandRouterPeer raw_peer(*raw);
+  ProxyServer stranger;
+  out = &stranger;
+  EXPECT_EQ(kNotInitialised, raw_peer.GetRouterProxyServer(out, &request, kZoneId, kTable));
+  EXPECT_EQ(-256, raw->Init(&mgr, nullptr, &logger));
+  logger.Clear();
+  EXPECT_EQ(kNotInitialised, raw_peer.GetRouterProxyServer(out, &request, kZoneId, kTable));
+  EXPECT_EQ(&stranger, out) << "as it was";
+  EXPECT_TRUE(logger.Lines().empty());
 }
 
 TEST_F(RouterRoutingTest, RefusesANullOrEmptyTableName) {

@@ -174,6 +174,22 @@ TEST_F(RequestContextTest, RegistersWhatTheAnswerWillNeed) {
   EXPECT_EQ(0, record.next_sub_pkg_seq);
 }
 
+// What comes back with the answer is all there is to find the table by.
+TEST_F(RequestContextTest, RegistersTheSubscriptThatItCarries) {
+  const struct {
+    int32_t subscript;
+    int32_t registered;
+  } kCases[] = {{65538, 2}, {40000, -25536}, {-32769, 32767}, {32767, 32767}, {-1, -1}};
+  for (const auto& c : kCases) {
+    request.SetTableSubscript(c.subscript);
+    EXPECT_EQ(0, SetCtx());
+    const int32_t id = latency.last_id();
+    EXPECT_EQ(c.registered, latency.GetLatencyData(id)->table_subscript) << c.subscript;
+    EXPECT_EQ(Bytes({Context(id, static_cast<int16_t>(c.registered))}),
+              Bytes({request.pkg_user_buffs().back()}));
+  }
+}
+
 TEST_F(RequestContextTest, RegistersAddress0OfAConnectorThatDoesNotKnowIt) {
   ProxyServer* stranger = AddReadyProxy(peer->m_using_servers(), "tcp://10.0.0.3:8003");
   EXPECT_EQ(0, peer->SetRequestCtx(stranger, &request));

@@ -51,6 +51,18 @@ TEST_F(SendRequestTest, RefusesBeforeInitSucceeded) {
   EXPECT_EQ(Counters(), Counted());
 }
 
+TEST_F(SendRequestTest, RefusesWithoutInitAndAfterAFailedOne) {
+  const auto raw = NewRouter(&latency, &statistics, &judge);
+  EXPECT_EQ(kNotInitialised, raw->SendRequest(&request));
+  EXPECT_EQ(-256, raw->Init(&mgr, nullptr, &logger));
+  StartOver();
+  EXPECT_EQ(kNotInitialised, raw->SendRequest(&request));
+  EXPECT_EQ(kNotInitialised, raw->SendRequest(nullptr));
+  EXPECT_TRUE(logger.Lines().empty());
+  ExpectNothingDone();
+  EXPECT_EQ(Counters(), Counted());
+}
+
 TEST_F(SendRequestTest, RefusesNoRequest) {
   EXPECT_EQ(kNotInitialised, router->SendRequest(nullptr));
   ExpectNothingDone();
@@ -414,13 +426,38 @@ class MuteConnector : public CConnector {
 };
 
 TEST_F(SendRequestTest, TakesAConnectorThatCannotSendAsAFailure) {
+  ASSERT_EQ(0, Send());
+  const size_t size = connector->sent().at(0).size();
   MuteConnector mute;
   ProxyServer record;
   record.connector = &mute;
   EXPECT_EQ(-1, peer->InnerSendRequest(&record, &request));
-  EXPECT_EQ(0, latency.GetLatencyData(0)->ip) << "nor does it know its address";
-  EXPECT_EQ(0, latency.GetLatencyData(0)->port);
-  EXPECT_EQ(1, logger.Count(OSTRAND_LOG_LEVEL_ERROR));
+  EXPECT_EQ(0, latency.GetLatencyData(1)->ip) << "nor does it know its address";
+  EXPECT_EQ(0, latency.GetLatencyData(1)->port);
+  EXPECT_EQ(Lines({{OSTRAND_LOG_LEVEL_ERROR, "InnerSendRequest",
+                    "connector->Send failed. ret:-1 msg:cannot send net_size:" +
+                        std::to_string(size) + " server_url:tcp://10.0.0.7:7"}}),
+            logger.LinesOf(OSTRAND_LOG_LEVEL_ERROR));
+}
+
+// Takes whatever it is sent, under an address that no list would have taken.
+class FarConnector : public MuteConnector {
+ public:
+  const char* GetURL() const override { return m_url.c_str(); }
+  int SendToQ(const char*, unsigned int, void*) override { return 1; }
+
+ private:
+  const std::string m_url = "tcp://" + UserBytes(1494);
+};
+
+TEST_F(SendRequestTest, RemembersAsMuchOfAUrlAsThereIsRoomFor) {
+  FarConnector far;
+  ProxyServer record;
+  record.connector = &far;
+  std::memset(peer->m_used_proxy_url(), 'x', sizeof(peer->m_used_proxy_url()));
+  EXPECT_EQ(0, peer->InnerSendRequest(&record, &request));
+  EXPECT_EQ("tcp://" + UserBytes(1017), router->GetUsedProxyUrl());
+  EXPECT_EQ('\0', peer->m_used_proxy_url()[1023]);
 }
 
 TEST_F(SendRequestTest, SendsNothingWithoutTheContextThatMustBe) {

@@ -193,6 +193,16 @@ TEST_F(ErrorCodeStatisticsTest, AreToldIn1023CharactersAtMost) {
   }
 }
 
+TEST_F(ErrorCodeStatisticsTest, AreToldNoFurtherOnceTheTextIsFull) {
+  const std::string text = FillTo(1017) + "\t-5:7\n";
+  ASSERT_EQ(1023U, text.size());
+  peer->m_recvErrorCodeMap()[-5] = 7;
+  peer->m_recvErrorCodeMap()[-1] = 1;
+  router->PrintErrorCodeStatistics();
+  EXPECT_EQ(Lines({Told(text)}), logger.Lines());
+  EXPECT_TRUE(peer->m_recvErrorCodeMap().empty());
+}
+
 TEST_F(ErrorCodeStatisticsTest, AreForgottenWholeAlsoWhereTheyWereCut) {
   const std::string text = FillTo(9000);
   router->PrintErrorCodeStatistics();

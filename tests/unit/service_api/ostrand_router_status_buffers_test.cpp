@@ -127,6 +127,15 @@ class PlainConnector : public CConnector {
   const char* GetLastErrDesc() override { return ""; }
 };
 
+// The same under an address that no list would have taken.
+class FarConnector : public PlainConnector {
+ public:
+  const char* GetURL() const override { return m_url.c_str(); }
+
+ private:
+  const std::string m_url = "tcp://" + std::string(1017, 'h') + std::string(477, 'i');
+};
+
 TEST_F(BufferInfoTest, Tells0ForWhatAConnectorDoesNotTell) {
   PlainConnector plain;
   ProxyServer* record = Add(1);
@@ -196,6 +205,17 @@ TEST_F(TraverseBuffInfoTest, TellsTheUrlOfTheConnector) {
   std::strcpy(node->server_url, "tcp://elsewhere:1");  // NOLINT: fits
   EXPECT_EQ(0, Traverse());
   EXPECT_EQ(longest, info.server_url);
+}
+
+TEST_F(TraverseBuffInfoTest, TellsAsMuchOfAUrlAsThereIsRoomFor) {
+  FarConnector far;
+  ProxyServer* record = Add(1);
+  TakeConnectorOf(record);
+  record->connector = &far;
+  SetRing({record});
+  EXPECT_EQ(0, Traverse());
+  EXPECT_EQ('\0', info.server_url[1023]);
+  EXPECT_EQ("tcp://" + std::string(1017, 'h'), info.server_url);
 }
 
 TEST_F(TraverseBuffInfoTest, TakesARandomProxy) {
@@ -271,6 +291,17 @@ TEST_F(TraverseBuffInfoTest, LeavesTheRecordAloneBeforeInitSucceeded) {
   logger.Clear();
   EXPECT_EQ(kNotInitialised, Traverse());
   EXPECT_EQ(kNotInitialised, router->GetTraverseConnBuffInfo(info, kZoneId, nullptr));
+  EXPECT_TRUE(IsUntouched());
+  EXPECT_TRUE(logger.Lines().empty());
+}
+
+TEST_F(TraverseBuffInfoTest, LeavesTheRecordAloneWithoutInitAndAfterAFailedOne) {
+  const auto raw = NewRouter(&latency, &statistics, &judge);
+  EXPECT_EQ(kNotInitialised, raw->GetTraverseConnBuffInfo(info, kZoneId, kTable));
+  EXPECT_EQ(kFailed, raw->Init(&mgr, nullptr, &logger));
+  logger.Clear();
+  EXPECT_EQ(kNotInitialised, raw->GetTraverseConnBuffInfo(info, kZoneId, kTable));
+  EXPECT_EQ(kNotInitialised, raw->GetTraverseConnBuffInfo(info, kZoneId, nullptr));
   EXPECT_TRUE(IsUntouched());
   EXPECT_TRUE(logger.Lines().empty());
 }

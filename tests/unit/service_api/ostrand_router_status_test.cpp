@@ -174,6 +174,14 @@ TEST_F(ProxyStatusTest, StopsAtItsCapacity) {
   EXPECT_TRUE(IsUntouched(rows[2]));
 }
 
+TEST_F(ProxyStatusTest, HasNoRowsWithoutRoomForThem) {
+  Add(1);
+  Add(2);
+  count = 40;
+  router->GetProxyStatus(nullptr, 8, count);
+  EXPECT_EQ(40, count);
+}
+
 TEST_F(ProxyStatusTest, AddsToTheCount) {
   Add(1);
   Add(2);

@@ -229,6 +229,49 @@ TEST_F(SchemaCheckTest, LogsTheVersionsBeforeItSetsTheVerdict) {
   logger.OnLine(nullptr);
 }
 
+TEST_F(SchemaCheckTest, LogsAnImageThatIsTooLargeBeforeItSetsTheVerdict) {
+  SetImage("", 10485760);
+  SetVerdict("user", {kPending, 3, 62});
+  int errors = 0;
+  logger.OnLine([&](const OstrandFakes::LogLine& line) {
+    errors += line.level == OSTRAND_LOG_LEVEL_ERROR ? 1 : 0;
+    const RegisterTableInfo& info = server.m_register_table[kZone]["user"];
+    EXPECT_EQ(kPending, info.check_ret) << line;
+    EXPECT_EQ(62, info.data_protocol_type) << line;
+  });
+  EXPECT_EQ(kFailed, Check());
+  logger.OnLine(nullptr);
+  EXPECT_EQ(1, errors);
+  EXPECT_EQ((Verdict{kFailed, 3, -1}), Result());
+}
+
+TEST_F(SchemaCheckTest, LogsAnImageThatDoesNotLoadBeforeItSetsLastErrorAndVerdict) {
+  SetImage("no image");
+  int errors = 0;
+  logger.OnLine([&](const OstrandFakes::LogLine& line) {
+    errors += line.level == OSTRAND_LOG_LEVEL_ERROR ? 1 : 0;
+    ExpectLastErrorUntouched();
+    EXPECT_EQ(kPending, server.m_register_table[kZone]["user"].check_ret) << line;
+  });
+  EXPECT_EQ(kFailed, Check());
+  logger.OnLine(nullptr);
+  EXPECT_EQ(1, errors);
+  EXPECT_EQ(kFailed, Result().check_ret);
+  ExpectLastError(kFailed, "earlier");
+}
+
+TEST_F(SchemaCheckTest, SetsTheVerdictBeforeItLogsAnEmptyImage) {
+  int seen = 0;
+  logger.OnLine([&](const OstrandFakes::LogLine& line) {
+    const bool is_empty = line.level == OSTRAND_LOG_LEVEL_DEBUG;
+    seen += is_empty ? 1 : 0;
+    EXPECT_EQ(is_empty ? 0 : kPending, server.m_register_table[kZone]["user"].check_ret) << line;
+  });
+  EXPECT_EQ(0, Check());
+  logger.OnLine(nullptr);
+  EXPECT_EQ(1, seen);
+}
+
 TEST_F(SchemaCheckTest, SetsTheVerdictBeforeItLogsWhatTheLibraryLacksOrHasDifferently) {
   VexMeta other = UserTable(4);
   other.name = "item";

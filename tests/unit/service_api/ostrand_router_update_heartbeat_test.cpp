@@ -194,6 +194,28 @@ TEST_F(HeartbeatCountsTest, TellsTheFirstTableHowManyProxiesCanTakeRequests) {
   EXPECT_EQ(-7, AccessCount(1)) << "the first alone";
 }
 
+TEST_F(HeartbeatCountsTest, TellsWhicheverTableHasTheFirstSlotByThen) {
+  router->SetQos(&qos[0]);
+  router->SetQos(&qos[1]);
+  Ready(in_use, {kA, kB});
+  ASSERT_EQ(0, router->RemoveTableQos(kZoneId, "first"));
+  Update(kNow + 1001);
+  EXPECT_EQ(-7, AccessCount(0)) << "it is gone";
+  EXPECT_EQ(2, AccessCount(1)) << "which moved into its place";
+
+  qos[1].nAccessCount = -7;
+  ASSERT_EQ(0, router->RemoveTableQos(kZoneId, "second"));
+  ASSERT_EQ(nullptr, peer->m_table_qos()[0]);
+  StartOver();
+  Update(kNow + 2002);
+  EXPECT_EQ(-7, AccessCount(1));
+  EXPECT_EQ(Texts({kA, kB}), SentTo()) << "with nobody to tell";
+
+  router->SetQos(&qos[0]);
+  Update(kNow + 3003);
+  EXPECT_EQ(2, AccessCount(0));
+}
+
 TEST_F(HeartbeatCountsTest, TellsTheStatistics) {
   tagServiceApiStatistic& record = statistics.Register(kAppId, kZoneId);
   record.stOverallRunStatus.dwApiConnectOstrroxyCount = 99;

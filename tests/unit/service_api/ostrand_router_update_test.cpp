@@ -269,6 +269,38 @@ TEST_F(UpdateTest, LosesNothingWhenItRunsOutOfMemory) {
   EXPECT_LT(0, failures);
 }
 
+TEST_F(UpdateTest, TakesProxiesOutOfUseThoughItRunsOutOfMemory) {
+  judge.should_check = true;
+  const Texts urls = ManyUrls(5);
+  judge.unavailable = {urls[1], urls[3]};
+  int failures = 0;
+  for (bool struck = true; struck; failures += struck ? 1 : 0) {
+    SCOPED_TRACE(failures + 1);
+    const std::vector<ProxyServer*> records = Ready(in_use, urls);
+    peer->WriteHashCircle();
+    peer->m_last_auth_succ_count() = 5;
+    StartOver();
+    statistics.m_isolateProxyCntMap.clear();  // Its first entry needs memory.
+    {
+      OstrandFakes::AllocationFaults faults;
+      faults.FailThrowing(failures + 1);
+      Update(kNow);
+      struck = faults.struck();
+    }
+    EXPECT_FALSE(ListIsLocked());
+    EXPECT_FALSE(RingIsLocked());
+    Update(kNow + 1);
+    for (size_t i = 0; i < records.size(); ++i) {
+      EXPECT_EQ(i != 1 && i != 3, records[i]->is_available) << i;
+    }
+    EXPECT_EQ(0, RingWrites()) << "which is no matter of the ring";
+    EXPECT_EQ(2, statistics.m_isolateProxyCntMap[kZoneId]);
+    EXPECT_EQ(Texts(), Broken());
+    peer->ReleaseServerList(in_use);
+  }
+  EXPECT_LT(0, failures);
+}
+
 TEST_F(UpdateTest, DoesTheSameWithoutALogger) {
   router->SetHeartbeatInterval(1000);
   Ready(in_use, {kA});

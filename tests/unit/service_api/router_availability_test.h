@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <initializer_list>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "fakes/router_fixture.h"
@@ -23,6 +24,24 @@ inline OstrandFakes::LogLine IsUnavailableLine(const std::string& url, const std
                                "src/service_api/ostrand_router", "IsUnavailable",
                                "m_request_count " + requests + ", m_response_count " + responses +
                                    " proxy " + url + " IsUnavailable"};
+}
+
+// The counted points of a ring, and when it was written.
+struct RingCopy {
+  std::vector<std::pair<uint64_t, const ProxyServer*>> points;
+  int64_t written_ms;
+
+  bool operator==(const RingCopy& other) const {
+    return points == other.points && written_ms == other.written_ms;
+  }
+};
+inline RingCopy CopyRing(const OstrandRouterPeer& peer) {
+  RingCopy ring;
+  for (uint32_t i = 0; i < peer.m_virtual_node_count(); ++i) {
+    ring.points.emplace_back(peer.m_virtual_nodes()[i].hash_code, peer.m_virtual_nodes()[i].server);
+  }
+  ring.written_ms = peer.m_last_flush_hash_circle_time();
+  return ring;
 }
 
 // Proxies 1, 2, 3, ... in use, all of them usable; the judge would remove all that it may.
@@ -69,6 +88,9 @@ class AvailabilityTest : public testing::Test, public OstrandFakes::RouterFixtur
     const auto found = counts.find(kZoneId);
     return found != counts.end() ? found->second : -1;
   }
+
+  // The ring as it is now.
+  RingCopy Ring() { return CopyRing(*peer); }
 
   OstrandFakes::LogLine SelfMade(int i) { return IsUnavailableLine(UrlOf(i), "11", "0"); }
 
