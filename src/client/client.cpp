@@ -62,7 +62,7 @@ struct Client::Impl {
   void TimeOut(PendingRequest& request, ClientResponse& response);
   int Receive(ClientResponse& response, int timeout_ms);
   int Call(ClientRequest& request, ClientResponse& response);
-  void UpdateIfDue();
+  int64_t UpdateIfDue();
 
   const ClientOptions options;
   const char* const options_error;
@@ -148,7 +148,7 @@ int Client::Send(ClientRequest& request) {
 }
 
 int Client::Impl::Send(ClientRequest& request) {
-  UpdateIfDue();
+  const int64_t now_ms = UpdateIfDue();
   const uint32_t cmd = request.GetCmd();
   if (!IsCommandOfApplication(cmd)) {
     return CLIENT_ERR_REQUEST;
@@ -175,6 +175,7 @@ int Client::Impl::Send(ClientRequest& request) {
   entry->zone_id = request.GetZoneId();
   entry->subscript = subscript;
   entry->seq = request.GetSequence();
+  entry->deadline_ms = now_ms + request.timeout_ms;
   request.SetAsynID(entry->asyn_id);
   request.SetTableSubscript(subscript);
   request.SetAppId(static_cast<int32_t>(options.app_id));
@@ -204,7 +205,6 @@ int Client::Impl::SendToRouter(OstrandRouter& router, ClientRequest& request,
   if (request.net_size == 0) {
     return CLIENT_ERR_NOT_READY;
   }
-  entry.deadline_ms = GetMonotonicMilliseconds() + request.timeout_ms;
   if (service->InFlight(entry.zone_id) == in_flight) {  // it went without a routing context
     pending.Watch(entry);
   }
@@ -336,13 +336,16 @@ int Client::Update() {
   });
 }
 
-void Client::Impl::UpdateIfDue() {
+// Returns the monotonic time at its end.
+int64_t Client::Impl::UpdateIfDue() {
   const int64_t now_ms = GetMonotonicMilliseconds();
-  if (now_ms >= update_due_ms) {
-    service->Update();
-    queued = 0;
-    update_due_ms = now_ms + options.update_interval_ms;
+  if (now_ms < update_due_ms) {
+    return now_ms;
   }
+  service->Update();
+  queued = 0;
+  update_due_ms = now_ms + options.update_interval_ms;
+  return GetMonotonicMilliseconds();
 }
 
 size_t Client::Stop(int drain_ms, const std::function<void(ClientResponse&)>& on_outcome) {

@@ -199,8 +199,17 @@ void Service::TakeSettings(OstrandRouter& router, const ostrand_protocol_dir::ta
   const auto chosen = [](int32_t set, auto own) {
     return set > 0 ? static_cast<decltype(own)>(set) : own;
   };
-  router.SetHeartbeatInterval(chosen(conf.iHeartbeatMs, m_options.heartbeat_ms));
-  router.SetCheckHeartbeatInterval(chosen(conf.iCheckHeartbeatMs, m_options.check_heartbeat_ms));
+  const uint32_t heartbeat_ms = chosen(conf.iHeartbeatMs, m_options.heartbeat_ms);
+  const uint32_t check_ms = chosen(conf.iCheckHeartbeatMs, m_options.check_heartbeat_ms);
+  const bool fit = check_ms > heartbeat_ms;  // else every proxy would be left before it can answer
+  if (!fit) {
+    SERVICE_LOG(OSTRAND_LOG_LEVEL_ERROR,
+                "zone %d: the directory's heartbeat settings cannot be used: every %u ms, silence "
+                "after %u ms",
+                router.GetZoneId(), heartbeat_ms, check_ms);
+  }
+  router.SetHeartbeatInterval(fit ? heartbeat_ms : m_options.heartbeat_ms);
+  router.SetCheckHeartbeatInterval(fit ? check_ms : m_options.check_heartbeat_ms);
 
   JudgeProxyOption judge = Judge::kDefaultOption;
   judge.threshold = chosen(conf.iJudgeThreshold, judge.threshold);

@@ -361,20 +361,20 @@ void TcpConnector::Publish() {
     CloseLocked("receive: out of memory");
   }
   m_staged.Clear();
-  m_has_incoming = true;
+  *m_may_have_incoming = true;
   m_mgr.m_published = true;
 }
 
 int TcpConnector::PeekPkg(const char*& buffer, int& size, void* log_handle) {
   (void)log_handle;
   if (m_ready.empty()) {
-    if (!m_has_incoming) {
+    if (!*m_may_have_incoming) {
       return 0;
     }
     ScopedLock lock(m_mutex);
     m_ready.Swap(m_incoming);
-    m_has_incoming = false;
     if (m_ready.empty()) {
+      *m_may_have_incoming = false;
       return 0;
     }
   }
@@ -383,6 +383,12 @@ int TcpConnector::PeekPkg(const char*& buffer, int& size, void* log_handle) {
   buffer = m_ready.data() + sizeof(frame_len);
   size = static_cast<int>(frame_len);
   return size;
+}
+
+void TcpConnector::SetIncomingFlag(OstrandCommon::Relaxed<bool>* flag) {
+  ScopedLock lock(m_mutex);
+  *flag = !m_ready.empty() || !m_incoming.empty();
+  m_may_have_incoming = flag;
 }
 
 void TcpConnector::ConsumePkg() {

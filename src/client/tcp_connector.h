@@ -42,6 +42,7 @@ class TcpConnector : public OSTRNET::CConnector, private NetHandler {
   int GetStatus() const override { return m_status; }
   const char* GetURL() const override { return m_url.c_str(); }
   int PeekPkg(const char*& buffer, int& size, void* log_handle) override;
+  void SetIncomingFlag(OstrandCommon::Relaxed<bool>* flag) override;
   void ConsumePkg() override;
   void Recover(void* log_handle) override;
   const char* GetLastErrDesc() override;
@@ -83,7 +84,10 @@ class TcpConnector : public OSTRNET::CConnector, private NetHandler {
   void* const m_arg;
 
   OstrandCommon::Relaxed<int> m_status = STATUS_DISCONNECTED;  // written under m_mutex
-  OstrandCommon::Relaxed<bool> m_has_incoming = false;         // as above; m_incoming is not empty
+  // False only while m_ready and m_incoming are empty. Written under m_mutex; the pointer by the
+  // application's thread alone.
+  OstrandCommon::Relaxed<bool>* m_may_have_incoming = &m_own_flag;
+  OstrandCommon::Relaxed<bool> m_own_flag = false;  // until another one is given
   // Whoever changes one of these looks at the other behind it; sequentially consistent, so that a
   // full queue that is emptied just now does not stay unread.
   std::atomic<size_t> m_recv_size{0};       // bytes of whole frames not consumed

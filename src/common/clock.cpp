@@ -22,10 +22,12 @@ int64_t GetCurrentMicroseconds() { return g_clock.load(std::memory_order_relaxed
 
 int64_t GetCurrentMilliseconds() { return GetCurrentMicroseconds() / 1000; }
 
-int64_t GetMonotonicMilliseconds() {
+int64_t GetMonotonicMilliseconds() { return GetMonotonicNanoseconds() / 1000000; }
+
+int64_t GetMonotonicNanoseconds() {
   timespec now{};
   clock_gettime(CLOCK_MONOTONIC, &now);
-  return static_cast<int64_t>(now.tv_sec) * 1000 + static_cast<int64_t>(now.tv_nsec) / 1000000;
+  return static_cast<int64_t>(now.tv_sec) * 1000000000 + static_cast<int64_t>(now.tv_nsec);
 }
 
 void ReplaceClock(ClockFunction clock) {

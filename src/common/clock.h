@@ -21,6 +21,8 @@ OSTRAND_API int64_t GetCurrentMicroseconds();
 // Milliseconds of a clock that only goes forward, from an unknown start: for time-outs of the
 // library's own threads. Tests do not replace it.
 OSTRAND_API int64_t GetMonotonicMilliseconds();
+// The same clock in nanoseconds, for measuring.
+OSTRAND_API int64_t GetMonotonicNanoseconds();
 
 // Answers a time in microseconds.
 using ClockFunction = int64_t (*)();

@@ -7,6 +7,7 @@
 #pragma once
 
 #include "common/export.h"
+#include "common/relaxed.h"
 
 namespace OSTRNET {
 
@@ -39,6 +40,12 @@ class OSTRAND_API CConnector {
   // set, and stay valid until ConsumePkg. Returns the frame's length, 0 when there is none,
   // negative on an error. log_handle: the logger's native handle, may be null.
   virtual int PeekPkg(const char*& buffer, int& size, void* log_handle) = 0;
+
+  // Gives the connector a flag to keep up, so that polling many connectors costs one atomic read
+  // each: the flag may be false only while PeekPkg would answer 0. It outlives the connector. A
+  // connector that does not keep it up leaves it as it is, that is true. At most once, before
+  // Connect.
+  virtual void SetIncomingFlag(OstrandCommon::Relaxed<bool>* flag) { (void)flag; }
 
   // Removes the frame that PeekPkg handed out; nothing when there is none.
   virtual void ConsumePkg() = 0;

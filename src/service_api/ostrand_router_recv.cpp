@@ -62,8 +62,9 @@ int32_t OstrandRouter::RecvResponseFromList(List* list, OstrandServiceResponse* 
   (void)request;
   for (const RealServerNode& node : ServersOf(list)) {
     ProxyServer* server = node.server;
-    if (server == nullptr || server->connector == nullptr || !server->auth_succeed ||
-        server->connector->GetStatus() != CConnector::STATUS_CONNECTED) {
+    // The flag first: nearly all proxies have nothing, and then it is all that is looked at.
+    if (server == nullptr || !server->may_have_incoming || server->connector == nullptr ||
+        !server->auth_succeed || server->connector->GetStatus() != CConnector::STATUS_CONNECTED) {
       continue;
     }
     const int32_t ret = InnerRecvResponse(server, response);

@@ -122,6 +122,7 @@ ProxyServer* OstrandRouter::CreateProxyServer(const char* server_url) {
   }
   ROUTER_LOG_INFO(m_logger, m_module_id, kOperation, "new ProxyServerConnector %s", server_url);
   server->connector = connector;
+  connector->SetIncomingFlag(&server->may_have_incoming);
   return server;
 }
 

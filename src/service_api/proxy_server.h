@@ -23,6 +23,7 @@ struct OSTRAND_API ProxyServer {
   OstrandCommon::Relaxed<bool> has_sent_auth = false;     // sign-up sent on this connection
   OstrandCommon::Relaxed<bool> auth_succeed = false;      // sign-up accepted on this connection
   OstrandCommon::Relaxed<bool> is_available = true;       // not taken out of use
+  OstrandCommon::Relaxed<bool> may_have_incoming = true;  // kept up by the connector
   OstrandCommon::Relaxed<int64_t> last_unavailable_time = 0;  // s; when it was taken out of use
   int64_t last_connect_time = 0;                              // ms; last connection attempt
   // Heartbeat books of the current measuring period; latencies in us.

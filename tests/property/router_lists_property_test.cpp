@@ -28,6 +28,7 @@
 #include "fakes/keyed_request.h"
 #include "fakes/proxy_answers.h"
 #include "fakes/router_fixture.h"
+#include "fakes/sanitizers.h"
 #include "property/router_lists_model.h"
 #include "service_api/table_qos.h"
 
@@ -39,6 +40,7 @@ using OstrandFakes::FakeClock;
 using OstrandFakes::KeyedRequest;
 using OstrandFakes::RouterFixture;
 using OstrandFakes::RouterListsModel;
+using OstrandFakes::Rounds;
 using OstrandFakes::ScriptedConnector;
 
 using Texts = std::vector<std::string>;
@@ -64,9 +66,10 @@ class RouterListsPropertyTest : public testing::Test, public RouterFixture {
   }
 
   // Runs the sequences; each begins with an initialised router that knows nothing yet.
-  void Run(uint64_t sequences, const std::function<void()>& step) {
+  void Run(int count, const std::function<void()>& step) {
     const uint64_t seed = FromEnvironment("ROUTER_LISTS_SEED", kDefaultSeed);
-    sequences = FromEnvironment("ROUTER_LISTS_SEQUENCES", sequences);
+    const uint64_t sequences =
+        FromEnvironment("ROUTER_LISTS_SEQUENCES", static_cast<uint64_t>(count));
     std::printf("ROUTER_LISTS_SEED=%llu ROUTER_LISTS_SEQUENCES=%llu\n",
                 static_cast<unsigned long long>(seed), static_cast<unsigned long long>(sequences));
     for (uint64_t i = 0; i < sequences; ++i) {
@@ -427,12 +430,12 @@ void RouterListsPropertyTest::ExpectPlainRoute() {
 
 TEST_F(RouterListsPropertyTest, ListsIndexAndRingAreWhatThePlainModelSays) {
   judge.option.max_remove_rate = 0;
-  Run(1500, [this] { ModelledStep(); });
+  Run(Rounds(1500), [this] { ModelledStep(); });
 }
 
 TEST_F(RouterListsPropertyTest, SickProxiesBreakNoInvariant) {
   judge.recheck_interval = 5;
-  Run(1000, [this] { WildStep(); });
+  Run(Rounds(1000), [this] { WildStep(); });
 }
 
 }  // namespace

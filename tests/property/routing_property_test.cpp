@@ -12,6 +12,7 @@
 
 #include "fakes/keyed_request.h"
 #include "fakes/router_fixture.h"
+#include "fakes/sanitizers.h"
 
 namespace OstrandService {
 namespace {
@@ -114,7 +115,7 @@ TEST_F(RoutingPropertyTest, RoutesAsThePlainVersion) {
     for (const uint64_t rate : {1000U, 10U, 2U, 1U}) {
       for (int round = 0; round < 5; ++round) {
         Disturb(rate);
-        for (int i = 0; i < 50; ++i) {
+        for (int i = 0; i < OstrandFakes::Rounds(50); ++i) {
           ASSERT_NO_FATAL_FAILURE(ExpectPlainRoute());
         }
       }

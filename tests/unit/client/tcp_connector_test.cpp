@@ -367,6 +367,31 @@ TEST_F(TcpConnectorTest, GivesTheThreadARoundBetweenPausesThatFollowEachOther) {
   EXPECT_EQ(Take(connector), "soon");
 }
 
+TEST_F(TcpConnectorTest, KeepsTheFlagItWasGivenSetWhileAFrameWaits) {
+  PeerListener listener;
+  OstrandCommon::Relaxed<bool> flag = true;
+  TcpConnector* connector = Create(listener.url());
+  connector->SetIncomingFlag(&flag);
+  EXPECT_FALSE(flag);
+  ASSERT_EQ(connector->Connect(), 0);
+  PeerConnection peer = listener.Accept();
+  ASSERT_TRUE(peer.Send(Frame("one") + Frame("two")));
+  EXPECT_TRUE(Becomes([&] { return flag.Get(); }));
+  EXPECT_EQ(Take(connector), "one");
+  EXPECT_TRUE(flag);
+  EXPECT_EQ(Take(connector), "two");
+  const char* data = nullptr;
+  int size = 0;
+  EXPECT_EQ(connector->PeekPkg(data, size, nullptr), 0);
+  EXPECT_FALSE(flag) << "nothing is left";
+  ASSERT_TRUE(peer.Send(Frame("three")));
+  EXPECT_TRUE(Becomes([&] { return flag.Get(); }));
+  connector->Disconnect(0);
+  EXPECT_TRUE(flag) << "whole frames stay";
+  EXPECT_EQ(Take(connector), "three");
+  m_mgr.RemoveConnector(connector);  // before the flag goes
+}
+
 TEST(TcpConnectorMgrTest, PauseDoesNothingWhileTheThreadDoesNotRun) {
   TcpConnectorMgr mgr(nullptr, 0);
   mgr.Loop().Pause();

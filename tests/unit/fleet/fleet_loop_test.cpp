@@ -58,11 +58,12 @@ TEST(FleetLoop, TimersFireInTheOrderOfTheirTimes) {
   Timer cancelled(loop, [&] { fired.push_back(9); });
   Timer same(loop, [&] { fired.push_back(2); });
   loop.Run([&] {
-    late.SetIn(3);
+    // Far apart: time goes by between these lines, too.
+    late.SetIn(240);
     early.SetIn(3600 * 1000);
     early.SetIn(1);
     cancelled.SetIn(1);
-    same.SetIn(2);
+    same.SetIn(120);
     cancelled.Cancel();
     EXPECT_TRUE(early.IsSet());
     EXPECT_FALSE(cancelled.IsSet());

@@ -187,6 +187,18 @@ TEST_F(RecvResponseTest, AsksOnlyProxiesThatAreSignedUpAndConnected) {
   }
 }
 
+// Connectors that keep up the flag are not troubled while they have nothing.
+TEST_F(RecvResponseTest, AsksOnlyProxiesThatMayHaveSomething) {
+  ProxyServer* const other = peer->FindServerNode(peer->m_removing_servers(), kRemovingUrl)->server;
+  EXPECT_TRUE(other->may_have_incoming) << "unless a connector says otherwise";
+  removing->QueueFrame(FrameFor(1));
+  other->may_have_incoming = false;
+  EXPECT_EQ(0, Next());
+  EXPECT_TRUE(removing->peek_log_handles().empty());
+  other->may_have_incoming = true;
+  EXPECT_EQ(1, Next());
+}
+
 TEST_F(RecvResponseTest, AsksProxiesThatGetNoMoreRequests) {
   proxy->is_available = false;
   proxy->last_auth_result = 1;

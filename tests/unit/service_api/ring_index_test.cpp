@@ -15,6 +15,8 @@
 #include <string>
 #include <vector>
 
+#include "fakes/sanitizers.h"
+
 namespace OstrandService {
 namespace {
 
@@ -101,7 +103,7 @@ class RingIndexTest : public testing::Test {
     for (const uint64_t hash : {uint64_t{0}, uint64_t{1}, kMax - 1, kMax}) {
       ASSERT_NO_FATAL_FAILURE(ExpectPlainAnswer(nodes, count, hash));
     }
-    for (int i = 0; i < 2000; ++i) {
+    for (int i = 0; i < OstrandFakes::Rounds(2000); ++i) {
       const uint64_t hash = random();
       ASSERT_NO_FATAL_FAILURE(ExpectPlainAnswer(nodes, count, hash));
       const uint64_t border = hash << 49;
