@@ -76,7 +76,7 @@ class ByteBuffer {
     if (m_capacity - used >= len && m_begin >= used) {  // moving costs no more than was taken
       std::memmove(m_memory, m_memory + m_begin, used);
     } else {
-      size_t capacity = m_capacity != 0 ? m_capacity : kFirstCapacity;
+      size_t capacity = m_capacity != 0 ? 2 * m_capacity : kFirstCapacity;
       while (capacity - used < len) {
         capacity *= 2;
       }

@@ -93,6 +93,7 @@ void DirectoryClient::Update(int64_t monotonic_now_ms) {
 void DirectoryClient::StartRound(int64_t now_ms) {
   CConnector* connector = m_connectors[m_current];
   m_zone_index = 0;
+  m_all_usable = true;
   m_due_ms = now_ms + m_options.answer_timeout_ms;
   if (connector == nullptr) {
     Fail(now_ms, "the address cannot be used");
@@ -156,17 +157,21 @@ void DirectoryClient::TakeAnswer(int64_t now_ms) {
     return;
   }
   const int32_t zone_id = m_options.zones[m_zone_index];
-  if (!CheckAnswer(zone_id)) {
-    Fail(now_ms, "its answer cannot be used");
-    return;
+  if (CheckAnswer(zone_id)) {
+    m_listener.OnDirectoryAnswer(zone_id, *m_pkg);
+  } else {
+    m_all_usable = false;
   }
-  m_listener.OnDirectoryAnswer(zone_id, *m_pkg);
-  m_backoff_ms = 0;
   ++m_zone_index;
   if (m_zone_index < m_options.zones.size()) {
     Ask(now_ms);
     return;
   }
+  if (!m_all_usable) {
+    Fail(now_ms, "its answer cannot be used");
+    return;
+  }
+  m_backoff_ms = 0;
   ++m_answered_rounds;
   m_state = State::kResting;
   m_due_ms = now_ms + m_options.refresh_ms;
@@ -186,7 +191,7 @@ bool DirectoryClient::CheckAnswer(int32_t zone_id) {
                   result, answer_app_id, app_id, answer_zone_id, zone_id, count);
     return false;
   }
-  KeepGoodRows();
+  KeepGoodRows(zone_id);
   if (answer.iAccessCount == 0) {
     DIRECTORY_LOG(OSTRAND_LOG_LEVEL_ERROR, "answer refused: zone %d has no usable proxy", zone_id);
     return false;
@@ -195,12 +200,13 @@ bool DirectoryClient::CheckAnswer(int32_t zone_id) {
 }
 
 // One bad row would end the router's reading of the rows behind it.
-void DirectoryClient::KeepGoodRows() {
+void DirectoryClient::KeepGoodRows(int32_t zone_id) {
   tagResGetTablesAndAccess& answer = m_pkg->stBody.stResGetTablesAndAccess;
   const int32_t sent_count = answer.iAccessCount;
+  std::vector<std::string> faults;
   if (sent_count > MAX_SERVER_COUNT) {
-    DIRECTORY_LOG(OSTRAND_LOG_LEVEL_ERROR, "%d proxies, only the first %d are used", sent_count,
-                  MAX_SERVER_COUNT);
+    faults.push_back(std::to_string(sent_count) + " proxies, only the first " +
+                     std::to_string(MAX_SERVER_COUNT) + " are used");
   }
   std::set<std::string> urls;
   int kept = 0;
@@ -209,8 +215,9 @@ void DirectoryClient::KeepGoodRows() {
     sockaddr_in address{};
     if (!ParseTcpUrl(url.c_str(), address) || url.size() >= sizeof(answer.aszAccessUrlList[i]) ||
         !urls.insert(url).second) {
-      DIRECTORY_LOG(OSTRAND_LOG_LEVEL_ERROR, "proxy row %d left out: \"%s\" is %s", i, url.c_str(),
-                    urls.count(url) != 0 ? "there twice" : "not of the form tcp://127.0.0.1:9000");
+      faults.push_back(
+          "proxy row " + std::to_string(i) + " left out: \"" + url + "\" is " +
+          (urls.count(url) != 0 ? "there twice" : "not of the form tcp://127.0.0.1:9000"));
       continue;
     }
     if (kept != i) {
@@ -222,6 +229,19 @@ void DirectoryClient::KeepGoodRows() {
     ++kept;
   }
   answer.iAccessCount = kept;
+  TellOnce(zone_id, faults);
+}
+
+// A directory that has a bad row has it in every answer: what is wrong is told when it changes.
+void DirectoryClient::TellOnce(int32_t zone_id, const std::vector<std::string>& lines) {
+  std::vector<std::string>& told = m_told[zone_id];
+  if (lines == told) {
+    return;
+  }
+  for (const std::string& line : lines) {
+    DIRECTORY_LOG(OSTRAND_LOG_LEVEL_ERROR, "%s", line.c_str());
+  }
+  told = lines;
 }
 
 // Leaves this directory and rests before the next.

@@ -3,13 +3,15 @@
 // It keeps one connection to one of several directories. A directory that does not answer, or
 // answers what cannot be used, is followed by the next after a pause that doubles with every
 // failure and varies at random, so that many clients do not return at once. Nothing is ever taken
-// away because a directory is away: whoever holds a route keeps it.
+// away because a directory is away: whoever holds a route keeps it. A zone whose answer cannot be
+// used does not keep the zones behind it from theirs.
 //
 // Ownership: owns its connectors (through the manager, borrowed); borrows the logger.
 // Threads: the application's thread.
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -66,7 +68,8 @@ class DirectoryClient {
   void Ask(int64_t now_ms);
   void TakeAnswer(int64_t now_ms);
   bool CheckAnswer(int32_t zone_id);
-  void KeepGoodRows();
+  void KeepGoodRows(int32_t zone_id);
+  void TellOnce(int32_t zone_id, const std::vector<std::string>& lines);
   void Fail(int64_t now_ms, const char* reason);
   int64_t NextBackoff();
 
@@ -80,13 +83,15 @@ class DirectoryClient {
   std::vector<OSTRNET::CConnector*> m_connectors;  // one a url, null where none could be made
 
   State m_state = State::kResting;
-  size_t m_current = 0;     // index of the url in use
-  size_t m_zone_index = 0;  // of the zone that is asked for
-  int64_t m_due_ms = 0;     // end of the rest, or of the patience
+  size_t m_current = 0;      // index of the url in use
+  size_t m_zone_index = 0;   // of the zone that is asked for
+  bool m_all_usable = true;  // the answers of this round
+  int64_t m_due_ms = 0;      // end of the rest, or of the patience
   int64_t m_backoff_ms = 0;
   uint32_t m_random;
   uint64_t m_answered_rounds = 0;
   uint64_t m_failures = 0;
+  std::map<int32_t, std::vector<std::string>> m_told;  // what was wrong with a zone's last rows
 };
 
 }  // namespace OstrandService

@@ -71,7 +71,8 @@ constexpr ErrorEntry kErrors[] = {
      "as many requests are in flight as the options allow"},
     {CLIENT_ERR_REQUEST, kLibrary, "CLIENT_ERR_REQUEST",
      "the command is none that an application sends"},
-    {CLIENT_ERR_KEY, kLibrary, "CLIENT_ERR_KEY", "the command needs a key and has none"},
+    {CLIENT_ERR_KEY, kLibrary, "CLIENT_ERR_KEY",
+     "the command needs a key: it has none, or a field of it is empty"},
 
 #define OSTRAND_ENTRY(name, number, text) \
     {RUNTIME_ERR_##name, kLibrary, "RUNTIME_ERR_" #name, text},

@@ -55,6 +55,7 @@ void NetLoop::Stop() {
   pthread_join(m_thread, nullptr);
   ScopedLock lock(m_mutex);
   m_running = false;
+  m_paused = 0;  // what is resumed later has nothing to resume
   m_in_round = false;
   m_round_owed = false;
   m_changed.Broadcast();

@@ -185,29 +185,31 @@ void Service::EveryMinute() {
 
 void Service::OnDirectoryAnswer(int32_t zone_id,
                                 const ostrand_protocol_dir::tagOStrdirCSPkg& answer) {
-  OstrandRouter* router = RouterOf(zone_id);
-  const int ret = router->FlushRoute(&answer);
+  Zone& zone = *FindZone(zone_id);
+  const int ret = zone.router->FlushRoute(&answer);
   if (ret != 0) {
     SERVICE_LOG(OSTRAND_LOG_LEVEL_ERROR, "zone %d: the route could not be taken, code %d", zone_id,
                 ret);
   }
-  TakeSettings(*router, answer.stBody.stResGetTablesAndAccess.stConfData);
+  TakeSettings(zone, answer.stBody.stResGetTablesAndAccess.stConfData);
 }
 
 // What the directory sets holds; what it does not set (0 or less) stays as the options have it.
-void Service::TakeSettings(OstrandRouter& router, const ostrand_protocol_dir::tagConfData& conf) {
+void Service::TakeSettings(Zone& zone, const ostrand_protocol_dir::tagConfData& conf) {
+  OstrandRouter& router = *zone.router;
   const auto chosen = [](int32_t set, auto own) {
     return set > 0 ? static_cast<decltype(own)>(set) : own;
   };
   const uint32_t heartbeat_ms = chosen(conf.iHeartbeatMs, m_options.heartbeat_ms);
   const uint32_t check_ms = chosen(conf.iCheckHeartbeatMs, m_options.check_heartbeat_ms);
   const bool fit = check_ms > heartbeat_ms;  // else every proxy would be left before it can answer
-  if (!fit) {
+  if (!fit && zone.settings_fit) {           // they come again and again
     SERVICE_LOG(OSTRAND_LOG_LEVEL_ERROR,
                 "zone %d: the directory's heartbeat settings cannot be used: every %u ms, silence "
                 "after %u ms",
                 router.GetZoneId(), heartbeat_ms, check_ms);
   }
+  zone.settings_fit = fit;
   router.SetHeartbeatInterval(fit ? heartbeat_ms : m_options.heartbeat_ms);
   router.SetCheckHeartbeatInterval(fit ? check_ms : m_options.check_heartbeat_ms);
 

@@ -92,13 +92,14 @@ class Service : public OstrandServer, private DirectoryListener {
     int32_t zone_id;
     std::unique_ptr<LatencyDataTable> latency;
     std::unique_ptr<OstrandRouter> router;
-    bool probed = false;      // the first table's schema was asked for
-    std::string circle_line;  // the ring's fingerprint
+    bool probed = false;       // the first table's schema was asked for
+    bool settings_fit = true;  // the directory's last ones
+    std::string circle_line;   // the ring's fingerprint
   };
 
   void OnDirectoryAnswer(int32_t zone_id,
                          const ostrand_protocol_dir::tagOStrdirCSPkg& answer) override;
-  void TakeSettings(OstrandRouter& router, const ostrand_protocol_dir::tagConfData& conf);
+  void TakeSettings(Zone& zone, const ostrand_protocol_dir::tagConfData& conf);
   int StartZone(int32_t zone_id);
   void RegisterTables();
   void UnregisterTables();

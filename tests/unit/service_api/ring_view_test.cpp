@@ -99,7 +99,8 @@ class PlainRing {
 };
 
 TEST(RingView, HasThePointsOfAPlainPartition) {
-  for (const size_t proxies : {1, 2, 3, 8, 57, 200}) {
+  constexpr size_t kProxies[] = {1, 2, 3, 8, 57, 200};
+  for (const size_t proxies : kProxies) {
     SCOPED_TRACE(proxies);
     const RingView ring(proxies);
     std::map<uint64_t, uint32_t> points;
@@ -142,7 +143,8 @@ TEST(RingView, GivesAPositionToThePointAtOrBehindItAndWrapsAround) {
 }
 
 TEST(RingView, ArcsReachBackToThePointBeforeAndFillTheRing) {
-  for (const size_t proxies : {1, 8, 200}) {
+  constexpr size_t kProxies[] = {1, 8, 200};
+  for (const size_t proxies : kProxies) {
     const RingView ring(proxies);
     uint64_t total = 0;
     int wraps = 0;

@@ -1,0 +1,176 @@
+#include "cli/connection.h"
+
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cerrno>
+
+#include "cli/commands.h"
+#include "cli/output.h"
+#include "client/error_text.h"
+#include "client/stderr_logger.h"
+#include "client/tcp_url.h"
+
+namespace OstrandCli {
+namespace {
+
+using OstrandService::Client;
+using OstrandService::ClientOptions;
+
+constexpr int kProbeMs = 500;
+constexpr char kNoDirectory[] =
+    "no directory is named: give --directory tcp://HOST:PORT, or set OSTRAND_DIRECTORY";
+
+// Drops all but what ends a process; outlives every Client.
+OstrandCommon::Logger* QuietLogger() {
+  static OstrandService::StderrLogger logger(OstrandCommon::OSTRAND_LOG_LEVEL_FATAL);
+  return &logger;
+}
+
+// Whether somebody accepts connections there.
+bool Listens(const std::string& url) {
+  sockaddr_in address{};
+  if (!OstrandService::ParseTcpUrl(url.c_str(), address)) {
+    return false;
+  }
+  const int fd = socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+  if (fd < 0) {
+    return false;
+  }
+  int error = 0;
+  if (connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0) {
+    pollfd waiting{fd, POLLOUT, 0};
+    socklen_t size = sizeof(error);
+    if (errno != EINPROGRESS || poll(&waiting, 1, kProbeMs) != 1 ||
+        getsockopt(fd, SOL_SOCKET, SO_ERROR, &error, &size) != 0) {
+      error = ETIMEDOUT;
+    }
+  }
+  close(fd);
+  return error == 0;
+}
+
+std::string Joined(const std::vector<std::string>& texts) {
+  std::string joined;
+  for (const std::string& text : texts) {
+    joined += (joined.empty() ? "" : ", ") + text;
+  }
+  return joined;
+}
+
+std::string WithText(int code) {
+  return std::to_string(code) + " (" + OstrandService::ErrorText(code) + ")";
+}
+
+// Why a Client did not become ready in time.
+std::string WhyNotReady(const Connection& connection, const ClientOptions& options,
+                        Client& client) {
+  int32_t code = 0;
+  std::string text;
+  client.GetLastError(code, text);
+  const std::string waited = "within " + std::to_string(connection.wait_ms) + " ms";
+  if (code != 0) {
+    return "no proxy took the sign-up " + waited + ": " + WithText(code) +
+           (text.empty() ? "" : ", " + text) +
+           "; check that the proxies run, and --signature, --user and --password";
+  }
+  const std::string urls = Joined(options.directory_urls);
+  if (!std::any_of(options.directory_urls.begin(), options.directory_urls.end(), Listens)) {
+    return "no directory answers at " + urls +
+           "; check that it runs (`ostrand fleet` starts one), or name another with --directory";
+  }
+  return "the directory at " + urls + " named no proxy that answers, for application " +
+         std::to_string(connection.app_id) + " and zone " + std::to_string(connection.zone) + ", " +
+         waited + "; check --app and --zone, or wait longer with --wait-ms";
+}
+
+int Fail(int status, const std::string& sentence) {
+  PrintError(sentence);
+  return status;
+}
+
+}  // namespace
+
+void Connection::AddTo(CLI::App* command) {
+  constexpr char kGroup[] = "Cluster";
+  const auto add = [command, &kGroup](const char* name, auto& value, const char* help) {
+    return command->add_option(name, value, help)->group(kGroup);
+  };
+  add("--directory", directory_urls,
+      "directory, as tcp://HOST:PORT; several, one option each, are tried in turn")
+      ->allow_extra_args(false)
+      ->delimiter(',')
+      ->envname("OSTRAND_DIRECTORY")
+      ->type_name("URL");
+  add("--app", app_id, "application")->capture_default_str()->check(CLI::Range(1, INT32_MAX));
+  add("--zone", zone, "zone")->capture_default_str();
+  add("--table", table, "table")->capture_default_str();
+  add("--signature", signature, "signature to sign up with")
+      ->capture_default_str()
+      ->envname("OSTRAND_SIGNATURE");
+  CLI::Option* const user_option = add("--user", user, "user name, in place of a signature");
+  CLI::Option* const password_option =
+      add("--password", password, "the user's password, already encrypted")
+          ->envname("OSTRAND_PASSWORD");
+  user_option->needs(password_option);
+  add("--timeout-ms", timeout_ms, "time a request has")
+      ->capture_default_str()
+      ->check(CLI::Range(1, INT32_MAX));
+  add("--wait-ms", wait_ms, "time the first proxies have to take the sign-up")
+      ->capture_default_str()
+      ->check(CLI::Range(0, INT32_MAX));
+  command->add_flag("--verbose", verbose, "errors and warnings of the library on standard error")
+      ->group(kGroup);
+}
+
+ClientOptions Connection::ToOptions() const {
+  ClientOptions options;
+  options.app_id = app_id;
+  options.zones = {zone};
+  options.directory_urls = directory_urls;
+  options.tables = {{table, zone, nullptr}};
+  options.signature = user.empty() ? signature : "";
+  options.user_name = user;
+  options.password_encrypted = password;
+  options.logger = verbose ? nullptr : QuietLogger();
+  options.default_timeout_ms = timeout_ms;
+  return options;
+}
+
+int Connection::Open(std::unique_ptr<Client>& client) const { return Open(ToOptions(), client); }
+
+int Connection::Open(ClientOptions options, std::unique_ptr<Client>& client) const {
+  client.reset();
+  if (options.directory_urls.empty()) {
+    return Fail(kExitUsage, kNoDirectory);
+  }
+  for (std::string& url : options.directory_urls) {
+    std::string error;
+    const std::string given = url;
+    if (!ResolveAddress(given, url, error)) {
+      return Fail(kExitFailure, error);
+    }
+  }
+  const char* const wrong = OstrandService::CheckOptions(options);
+  if (wrong != nullptr) {
+    return Fail(kExitUsage, std::string(wrong) + "; see --help");
+  }
+  auto opened = std::make_unique<Client>(options);
+  int code = opened->Start();
+  if (code == 0) {
+    code = opened->WaitReady(wait_ms);
+  }
+  if (code == OstrandService::CLIENT_ERR_NOT_READY_IN_TIME) {
+    return Fail(kExitFailure, WhyNotReady(*this, options, *opened));
+  }
+  if (code != 0) {
+    return Fail(kExitFailure, "the client does not start: " + WithText(code));
+  }
+  client = std::move(opened);
+  return kExitSuccess;
+}
+
+}  // namespace OstrandCli
