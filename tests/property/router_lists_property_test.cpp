@@ -38,9 +38,9 @@ namespace {
 using OstrandFakes::DirectoryAnswer;
 using OstrandFakes::FakeClock;
 using OstrandFakes::KeyedRequest;
+using OstrandFakes::Rounds;
 using OstrandFakes::RouterFixture;
 using OstrandFakes::RouterListsModel;
-using OstrandFakes::Rounds;
 using OstrandFakes::ScriptedConnector;
 
 using Texts = std::vector<std::string>;
