@@ -18,7 +18,6 @@ if(OSTRAND_SANITIZE)
   add_link_options(-fsanitize=${OSTRAND_SANITIZE})
 endif()
 if(OSTRAND_FUZZ)
-  # Coverage counters everywhere; the fuzzer's own main only in the fuzz targets.
-  add_compile_options(-fsanitize=fuzzer-no-link)
+  # Coverage counters in the layers (see there); the fuzzer's own main only in the fuzz targets.
   add_link_options(-fsanitize=fuzzer-no-link)
 endif()
