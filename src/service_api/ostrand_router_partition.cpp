@@ -3,6 +3,7 @@
 #include <cassert>
 #include <cstring>
 #include <set>
+#include <utility>
 
 #include "service_api/log_macros.h"
 #include "service_api/ostrand_router.h"
@@ -155,31 +156,27 @@ int OstrandRouter::ConHashSplitHashRing(int id) try {
   assert(id < MAX_SERVER_COUNT);
   const uint64_t step = kEvenArc / (static_cast<uint64_t>(id) + 1);
   for (int cut = 0; cut < MAX_NODE_PER_SERVER; ++cut) {
-    const auto it_total = m_totallen2id.begin();
-    if (it_total == m_totallen2id.end()) {
+    if (m_totallen2id.empty()) {
       ROUTER_LOG_ERROR(m_logger, m_module_id, "ConHashSplitHashRing",
                        "it_total == m_totallen2id.end()");
       return ROUTER_ERR_FAILED;
     }
-    const uint64_t total = it_total->first;
-    const uint32_t owner = it_total->second;
-    Len2Ending& owner_arcs = m_len2ending[owner];
-    const auto it_len = owner_arcs.begin();
-    if (it_len == owner_arcs.end()) {
+    Len2Ending& owner_arcs = m_len2ending[m_totallen2id.begin()->second];
+    if (owner_arcs.empty()) {
       ROUTER_LOG_ERROR(m_logger, m_module_id, "ConHashSplitHashRing",
                        "it_len == m_len2ending[n].end()");
       return ROUTER_ERR_FAILED;
     }
-    const uint64_t len = it_len->first;
-    const uint64_t ending = it_len->second;
-
-    // The owner keeps the arc's tail. With up to 200 ids len is far longer than step; a shorter arc
-    // would wrap.
-    owner_arcs.erase(it_len);
-    owner_arcs.emplace(len - step, ending);
-    m_len2ending[id].emplace(step, ending - len + step);
-    m_totallen2id.erase(it_total);
-    m_totallen2id.emplace(total - step, owner);
+    // The owner keeps the arc's tail. With up to 200 ids the arc is far longer than step; a shorter
+    // one would wrap. Nodes move from place to place: insertion behind equal keys, no allocation.
+    auto arc = owner_arcs.extract(owner_arcs.begin());
+    const uint64_t cut_at = arc.mapped() - arc.key() + step;
+    arc.key() -= step;
+    owner_arcs.insert(std::move(arc));
+    m_len2ending[id].emplace(step, cut_at);
+    auto total = m_totallen2id.extract(m_totallen2id.begin());
+    total.key() -= step;
+    m_totallen2id.insert(std::move(total));
   }
   m_totallen2id.emplace(step * MAX_NODE_PER_SERVER, static_cast<uint32_t>(id));
   return 0;

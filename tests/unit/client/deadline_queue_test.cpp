@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "fakes/allocation_faults.h"
+#include "fakes/sanitizers.h"
 
 namespace OstrandService {
 namespace {
@@ -115,7 +116,7 @@ TEST_P(DeadlineQueueModel, AgreesWithASortedSet) {
   std::vector<std::tuple<int64_t, uint32_t, uint32_t>> of_item(kItems);
   int64_t now_ms = 0;
   uint32_t order = 0;
-  for (int step = 0; step < 300000; ++step) {
+  for (int step = 0; step < OstrandFakes::Rounds(300000); ++step) {
     now_ms += static_cast<int64_t>(random() % 3);
     if (random() % 10000 == 0) {
       now_ms -= 3600000;

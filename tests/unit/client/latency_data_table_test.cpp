@@ -14,6 +14,7 @@
 #include "fakes/allocation_faults.h"
 #include "fakes/fake_clock.h"
 #include "fakes/fake_statistic_mgr.h"
+#include "fakes/sanitizers.h"
 #include "service_api/ostrand_router.h"
 
 namespace OstrandService {
@@ -453,7 +454,7 @@ class LatencyDataTableModel : public testing::TestWithParam<Mix> {};
 // they do, on both versions. Prints its seed with every failure.
 TEST_P(LatencyDataTableModel, AgreesWithAMap) {
   constexpr uint32_t kSeed = 42;
-  constexpr int kSteps = 350000;  // for each of the mixes
+  constexpr int kSteps = OstrandFakes::Rounds(350000);  // for each of the mixes
   constexpr size_t kMaxInFlight = 2500;
   SCOPED_TRACE(kSeed);
   const Mix& mix = GetParam();
