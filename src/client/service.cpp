@@ -247,37 +247,45 @@ int32_t Service::TableCheckResult(int32_t zone_id, const char* table_name) {
                                      : RegisterTableInfo::kCheckPending;
 }
 
-// Asks for the schemas that are still to be checked. Called while the network thread stands.
+// Probes each zone once after its first sign-ups, and asks for the schemas that are still to be
+// checked. Called while the network thread stands.
 void Service::CheckSchemas(int64_t now_ms) {
-  for (const auto& table : m_tables) {
-    if (table->schema == nullptr ||
-        (table->check_asked_ms != 0 && now_ms - table->check_asked_ms < kSchemaRetryMs) ||
-        TableCheckResult(table->zone_id, table->name.c_str()) != RegisterTableInfo::kCheckPending) {
-      continue;
+  for (const auto& zone : m_zones) {
+    // A ring that was never written has no proxy to ask.
+    if (!zone->probed && !zone->circle_line.empty()) {
+      Probe(*zone, now_ms);
     }
-    AskForSchema(*FindZone(table->zone_id), *table, now_ms);
+  }
+  for (const auto& table : m_tables) {
+    const bool is_due =
+        table->check_asked_ms == 0 || now_ms - table->check_asked_ms >= kSchemaRetryMs;
+    Zone& zone = *FindZone(table->zone_id);
+    if (table->schema != nullptr && is_due && zone.probed &&
+        TableCheckResult(table->zone_id, table->name.c_str()) == RegisterTableInfo::kCheckPending) {
+      AskForSchema(zone, *table, now_ms);
+    }
   }
 }
 
-// The router's own probe asks for the zone's first table and handles its answer; the others are
-// asked for like the application's requests.
-void Service::AskForSchema(Zone& zone, Table& table, int64_t now_ms) {
-  if (!zone.probed) {
-    ProxyServer* server = nullptr;
-    if (zone.router->GetRouterProxyServer(server, nullptr, zone.zone_id, table.name.c_str()) != 0 ||
-        zone.router->SendGetMetaReqForRecheckProxyAvailable(server) != 0) {
-      return;  // nobody is signed up yet
-    }
-    zone.probed = true;
-  }
-  const bool first_of_zone =
-      std::find_if(m_tables.begin(), m_tables.end(), [&zone](const auto& candidate) {
-        return candidate->zone_id == zone.zone_id;
-      })->get() == &table;
-  if (first_of_zone && table.check_asked_ms == 0) {
-    table.check_asked_ms = now_ms;
+// The router's own probe asks for the zone's first table and handles its answer.
+void Service::Probe(Zone& zone, int64_t now_ms) {
+  const auto first = std::find_if(m_tables.begin(), m_tables.end(), [&zone](const auto& table) {
+    return table->zone_id == zone.zone_id;
+  });
+  if (first == m_tables.end()) {
     return;
   }
+  Table& table = **first;
+  ProxyServer* server = nullptr;
+  if (zone.router->GetRouterProxyServer(server, nullptr, zone.zone_id, table.name.c_str()) == 0 &&
+      zone.router->SendGetMetaReqForRecheckProxyAvailable(server) == 0) {
+    zone.probed = true;
+    table.check_asked_ms = now_ms;
+  }
+}
+
+// The other tables are asked for like the application asks for records.
+void Service::AskForSchema(Zone& zone, Table& table, int64_t now_ms) {
   m_own_request->Init(ostrand_protocol_cs::OSTRAND_API_METADATA_GET_REQ, table.zone_id,
                       table.name.c_str());
   m_own_request->SetAppId(static_cast<int32_t>(m_options.app_id));

@@ -92,7 +92,7 @@ class Service : public OstrandServer, private DirectoryListener {
     int32_t zone_id;
     std::unique_ptr<LatencyDataTable> latency;
     std::unique_ptr<OstrandRouter> router;
-    bool probed = false;       // the first table's schema was asked for
+    bool probed = false;       // the router's probe was sent
     bool settings_fit = true;  // the directory's last ones
     std::string circle_line;   // the ring's fingerprint
   };
@@ -104,6 +104,7 @@ class Service : public OstrandServer, private DirectoryListener {
   void RegisterTables();
   void UnregisterTables();
   void CheckSchemas(int64_t now_ms);
+  void Probe(Zone& zone, int64_t now_ms);
   void AskForSchema(Zone& zone, Table& table, int64_t now_ms);
   void EveryMinute();
   Zone* FindZone(int32_t zone_id) const;

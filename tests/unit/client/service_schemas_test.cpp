@@ -63,16 +63,24 @@ TEST_F(ServiceSchemasTest, ChecksTheFirstOfAZoneByProbeAndTheOthersByOrdinaryReq
   EXPECT_TRUE(m_answers.empty()) << "none of this is the application's";
 }
 
-TEST_F(ServiceSchemasTest, AsksForNothingThatTheApplicationHasNoSchemaOf) {
+// Each zone is probed once, with the first of its tables; nothing else is asked without a schema.
+TEST_F(ServiceSchemasTest, AsksForATableWithoutSchemaOnlyWhenItProbesTheZone) {
   AddTable("user", 1);
+  AddTable("order", 1);
   AddTable("page", 2);
-  m_options.tables[2].schema = nullptr;
-  m_options.tables[3].schema = nullptr;
+  for (TableOptions& table : m_options.tables) {
+    table.schema = nullptr;
+  }
   StartChecking();
   EXPECT_EQ(m_service->TableCheckResult(1, "user"), 0);
   ASSERT_TRUE(BecomesReady());
-  EXPECT_TRUE(SchemaQuestions("user").empty());
-  EXPECT_TRUE(SchemaQuestions("page").empty());
+  ASSERT_TRUE(UpdateUntil(
+      [&] { return !SchemaQuestions("user").empty() && !SchemaQuestions("page").empty(); }));
+  ASSERT_EQ(SchemaQuestions("user").size(), 1u);
+  ASSERT_EQ(SchemaQuestions("page").size(), 1u);
+  EXPECT_EQ(SchemaQuestions("user").at(0).asyn_id, kRecheckProbeAsynId);
+  EXPECT_EQ(SchemaQuestions("page").at(0).asyn_id, kRecheckProbeAsynId);
+  EXPECT_TRUE(SchemaQuestions("order").empty());
 }
 
 TEST_F(ServiceSchemasTest, ChecksATableBehindOneWithoutSchema) {
