@@ -255,7 +255,9 @@ int Client::Impl::Poll(ClientResponse& response) {
   const size_t zones = service->ZoneCount();
   size_t passed_over = 0;
   for (size_t i = 0; i < zones; ++i) {
+    // The next poll begins behind it, so that a busy zone does not keep the others from their turn.
     OstrandRouter& router = service->RouterAt(next_zone);
+    next_zone = (next_zone + 1) % zones;
     for (bool is_empty = false; !is_empty && passed_over < kPassOverInAPoll; ++passed_over) {
       const uint64_t consumed = connectors.FramesConsumed();
       if (router.RecvResponse(&response, nullptr) == 1) {
@@ -266,7 +268,6 @@ int Client::Impl::Poll(ClientResponse& response) {
         is_empty = connectors.FramesConsumed() == consumed;
       }
     }
-    next_zone = (next_zone + 1) % zones;
   }
   PendingRequest* overdue = pending.FindOverdue(GetMonotonicMilliseconds(), kUpdatesForAllOverdue);
   if (overdue != nullptr) {
@@ -404,8 +405,9 @@ std::string Client::StatusText() {
 }
 
 const char* Client::UsedProxyUrl(int32_t zone_id) const {
-  const OstrandRouter* const router =
-      m_impl->service != nullptr ? m_impl->service->RouterOf(zone_id) : nullptr;
+  const OstrandRouter* const router = m_impl != nullptr && m_impl->service != nullptr
+                                          ? m_impl->service->RouterOf(zone_id)
+                                          : nullptr;
   return router != nullptr ? router->GetUsedProxyUrl() : nullptr;
 }
 
