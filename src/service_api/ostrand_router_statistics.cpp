@@ -353,17 +353,20 @@ void OstrandRouter::CountUnpackError() {
   }
 }
 
-// A proxy that invents results fills the map up to a bound; without room or memory a result that
-// never came before is not listed.
+// A proxy that invents results fills the map up to a bound. Then the code next to 0 makes room: the
+// print begins with the others and ends long before it. Without memory a new code is not listed.
 void OstrandRouter::CountErrorCode(int32_t result) {
   const auto known = m_recvErrorCodeMap.find(result);
   if (known != m_recvErrorCodeMap.end()) {
     known->second = CountOn(known->second);
-  } else if (m_recvErrorCodeMap.size() < kMaxErrorCodes) {
-    try {
-      m_recvErrorCodeMap.emplace(result, 1);
-    } catch (const std::bad_alloc&) {
+    return;
+  }
+  try {
+    m_recvErrorCodeMap.emplace(result, 1);
+    if (m_recvErrorCodeMap.size() > kMaxErrorCodes) {
+      m_recvErrorCodeMap.erase(std::prev(m_recvErrorCodeMap.end()));
     }
+  } catch (const std::bad_alloc&) {
   }
 }
 

@@ -325,6 +325,25 @@ TEST_F(RecvCountersTest, AddsUp) {
   EXPECT_EQ((std::map<int32_t, int32_t>{{-269, 3}}), peer->m_recvErrorCodeMap());
 }
 
+// A proxy may invent results without end; what the print begins with is kept.
+TEST_F(RecvCountersTest, KeepsTheLowestCodesOfVeryMany) {
+  constexpr size_t kMost = 65536;
+  ForgetCounts();
+  std::map<int32_t, int32_t>& codes = peer->m_recvErrorCodeMap();
+  for (size_t i = 0; i < kMost; ++i) {
+    codes[-100000 - static_cast<int32_t>(i)] = 7;
+  }
+  for (const int32_t result : {-99999, -900000, -900000, -100001}) {
+    Queue(AnswerOf(kRead, result, Context(kUnknownId, kSubscript)));
+    EXPECT_EQ(1, InnerRecv());
+  }
+  EXPECT_EQ(kMost, codes.size());
+  EXPECT_EQ(2, codes[-900000]);
+  EXPECT_EQ(8, codes[-100001]);
+  EXPECT_EQ(0U, codes.count(-99999));
+  EXPECT_EQ(0U, codes.count(-100000)) << "which made room";
+}
+
 TEST_F(RecvCountersTest, CountsTheRestWithoutMemoryForANewCode) {
   logger.SetThreshold(OSTRAND_LOG_LEVEL_INFO);
   Queue(AnswerOf(kRead, -269, Context(kUnknownId, kSubscript)));
