@@ -9,7 +9,7 @@
 #include <cstring>
 #include <utility>
 
-namespace OstrandService {
+namespace OSTRNET {
 
 class ByteBuffer {
  public:
@@ -102,4 +102,4 @@ class ByteBuffer {
   size_t m_end = 0;
 };
 
-}  // namespace OstrandService
+}  // namespace OSTRNET
