@@ -1,26 +1,26 @@
 #include "client/tcp_connector.h"
 
-#include <netinet/tcp.h>
-#include <sys/epoll.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <cerrno>
 #include <climits>
 #include <cstdio>
 #include <cstring>
+#include <new>
+#include <utility>
 
+#include "client/frame_scan.h"
 #include "client/tcp_connector_mgr.h"
-#include "common/clock.h"
+#include "common/crc.h"
 
 namespace OstrandService {
 namespace {
 
-using OstrandCommon::ScopedLock;
+using OSTRNET::Endpoint;
+using OSTRNET::TcpAddress;
+using OSTRNET::TcpStream;
 
-// Ahead of each frame that waits to be consumed.
-using FrameLen = uint32_t;
+// Kept free of the application's requests, for the router's own packages: sign-up, heartbeats of a
+// minute, stop answer.
+constexpr size_t kOwnReserve = size_t{16} * 1024;
 
 int FreeShare(size_t used, size_t limit) {
   return used >= limit ? 0 : static_cast<int>((limit - used) * 100 / limit);
@@ -30,384 +30,257 @@ unsigned int SaturateToUint(size_t value) {
   return static_cast<unsigned int>(std::min<size_t>(value, UINT_MAX));
 }
 
+int IpNumber(const TcpAddress& address) {
+  uint32_t number = OstrandCommon::CRC(address.host.data(), address.host.size());
+  if (address.is_numeric && address.endpoint.family == Endpoint::Family::kIpv4) {
+    std::memcpy(&number, address.endpoint.bytes, sizeof(number));
+  }
+  return static_cast<int>(number);
+}
+
+TcpStream::Limits LimitsOf(size_t limit) {
+  TcpStream::Limits limits;
+  limits.max_input = limit;
+  limits.max_output = limit;
+  limits.connect_timeout_ms = TcpConnector::kConnectTimeoutMs;
+  return limits;
+}
+
+// The ids of requests whose whole answers are among the frames; sorted. Without memory none.
+std::vector<uint64_t> AnsweredBy(const FrameQueue& old_frames, const FrameQueue& frames) {
+  std::vector<uint64_t> ids;
+  try {
+    const auto note = [&ids](const char* frame, size_t len) {
+      if (IsLastPackage(frame, len)) {
+        ids.push_back(AsynIdOf(frame));
+      }
+    };
+    old_frames.ForEach(note);
+    frames.ForEach(note);
+  } catch (const std::bad_alloc&) {
+    ids.clear();
+  }
+  std::sort(ids.begin(), ids.end());
+  return ids;
+}
+
 }  // namespace
 
-TcpConnector::TcpConnector(TcpConnectorMgr& mgr, const char* url, const sockaddr_in& address,
+TcpConnector::TcpConnector(TcpConnectorMgr& mgr, const char* url, TcpAddress address,
                            OSTRNET::IPackParser* parser, size_t limit,
                            OSTRNET::ReceiveCallback callback, void* arg)
     : m_mgr(mgr),
       m_url(url),
-      m_address(address),
+      m_address(std::move(address)),
       m_parser(parser),
       m_limit(limit),
       m_callback(callback),
-      m_arg(arg) {}
+      m_arg(arg),
+      m_ip(IpNumber(m_address)),
+      m_stream(mgr.m_loop, *this, LimitsOf(limit)),
+      m_pause(mgr.m_loop, [this] {
+        if (BeginConnecting() != 0) {
+          Lose(nullptr);
+        }
+      }) {}
 
-TcpConnector::~TcpConnector() { Disconnect(0); }
+TcpConnector::~TcpConnector() {
+  Drop();
+  const std::vector<uint64_t> dropped = AnsweredBy(m_old_frames, m_frames);
+  if (!dropped.empty()) {
+    m_mgr.m_events.OnAnswersDropped(dropped);
+  }
+}
 
 int TcpConnector::Connect() {
-  ScopedLock lock(m_mutex);
-  if (m_fd >= 0) {
+  if (m_status != STATUS_DISCONNECTED) {
     return 0;  // under way, or there already
   }
-  const int fd = socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
-  if (fd < 0) {
-    std::snprintf(m_error, sizeof(m_error), "socket: %s", std::strerror(errno));
+  if (m_failures > 0) {
+    PauseBeforeConnecting();
+    return 0;
+  }
+  return BeginConnecting();
+}
+
+void TcpConnector::PauseBeforeConnecting() {
+  m_status = STATUS_CONNECTING;
+  m_pause.SetIn(NextPauseMs());
+}
+
+// Doubles with every failure; half of it is left to chance, so that many clients do not come back
+// in step.
+int64_t TcpConnector::NextPauseMs() {
+  constexpr uint32_t kMostDoublings = 5;
+  const int64_t longest = std::min<int64_t>(
+      int64_t{kFirstPauseMs} << std::min(m_failures - 1, kMostDoublings), kLongestPauseMs);
+  const uint64_t random = m_mgr.m_loop.Sys().RandomNumber();
+  return longest / 2 + static_cast<int64_t>(random % static_cast<uint64_t>(longest / 2 + 1));
+}
+
+int TcpConnector::BeginConnecting() {
+  if (m_stream.Connect(m_address) != 0) {
+    SetError(m_stream.ErrorText());
+    ++m_failures;
     return -1;
   }
-  const int on = 1;
-  setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof(on));
-  int ret = 0;
-  do {
-    ret = connect(fd, reinterpret_cast<const sockaddr*>(&m_address), sizeof(m_address));
-  } while (ret != 0 && errno == EINTR);
-  const bool connected = ret == 0;
-  if ((!connected && errno != EINPROGRESS) ||
-      m_mgr.Loop().Watch(fd, connected ? EPOLLIN : EPOLLOUT, this) != 0) {
-    std::snprintf(m_error, sizeof(m_error), "connect: %s", std::strerror(errno));
-    close(fd);
-    return -1;
-  }
-  m_fd = fd;
-  m_watched = connected ? EPOLLIN : EPOLLOUT;
-  m_connection += 1;
-  m_read_stopped = false;
-  m_status = connected ? STATUS_CONNECTED : STATUS_CONNECTING;
-  if (!connected) {
-    m_connect_deadline_ms = OstrandCommon::GetMonotonicMilliseconds() + kConnectTimeoutMs;
-    m_mgr.AddConnecting();
-    m_mgr.Loop().Wake();  // it then counts the time
-  }
+  m_status = STATUS_CONNECTING;
   return 0;
 }
 
 void TcpConnector::Disconnect(int reserved) {
   (void)reserved;
-  ScopedLock lock(m_mutex);
-  if (m_fd >= 0) {
-    CloseLocked(nullptr);
+  if (m_read_stopped || m_mgr.m_loop.NowMs() < m_spare_until_ms) {
+    if (m_mgr.m_events.IsForSilence(*this)) {
+      return;
+    }
   }
+  Drop();
+}
+
+void TcpConnector::Drop() {
+  if (m_status == STATUS_DISCONNECTED) {
+    return;
+  }
+  m_pause.Cancel();
+  m_stream.Close();
+  Lose(nullptr);
 }
 
 // reason: logged; null for a wanted end.
-void TcpConnector::CloseLocked(const char* reason) {
-  m_mgr.Loop().Unwatch(m_fd);
-  close(m_fd);
-  m_fd = -1;
-  m_watched = 0;
+void TcpConnector::Lose(const char* reason) {
   m_status = STATUS_DISCONNECTED;
-  m_send.Clear();
+  m_read_stopped = false;
+  m_stream.SetReading(true);
+  m_spare_until_ms = 0;
   if (reason != nullptr) {
-    std::snprintf(m_error, sizeof(m_error), "%s", reason);
+    SetError(reason);
     m_mgr.LogClosed(m_url.c_str(), reason);
   }
-}
-
-// Closes unless it was closed, and perhaps opened again, since.
-void TcpConnector::CloseWithReason(uint64_t connection, const char* reason) {
-  ScopedLock lock(m_mutex);
-  if (m_fd >= 0 && m_connection == connection) {
-    CloseLocked(reason);
+  const uint32_t in_flight = std::exchange(first_in_flight, kNothing);
+  if (in_flight != kNothing) {
+    m_mgr.m_events.OnConnectionLost(in_flight, AnsweredBy(m_old_frames, m_frames));
   }
+  KeepFramesOfOldConnection();
+  m_mgr.m_events.OnConnectionChanged();
 }
 
-void TcpConnector::WatchLocked(uint32_t epoll_events) {
-  if (m_watched == epoll_events) {
+// Within one limit: the oldest go.
+void TcpConnector::KeepFramesOfOldConnection() {
+  if (m_frames.empty()) {
     return;
   }
-  if (epoll_events == 0) {
-    m_mgr.Loop().Unwatch(m_fd);  // else errors would still be told, round after round
-  } else if (m_watched == 0) {
-    m_mgr.Loop().Watch(m_fd, epoll_events, this);
-  } else {
-    m_mgr.Loop().Rewatch(m_fd, epoll_events, this);
+  FrameQueue dropped;
+  const char* frame = nullptr;
+  size_t len = 0;
+  bool has_all = true;
+  while (m_old_frames.bytes() + m_frames.bytes() > m_limit && m_old_frames.Front(frame, len)) {
+    has_all = has_all && dropped.Push(frame, len);
+    m_old_frames.Take();
+    ++m_mgr.m_frames_dropped;
   }
-  m_watched = epoll_events;
-}
-
-int TcpConnector::SendToQ(const char* buf, unsigned int len, void* log_handle) {
-  (void)log_handle;
-  bool became_dirty = false;
-  {
-    ScopedLock lock(m_mutex);
-    if (m_status != STATUS_CONNECTED) {
-      std::snprintf(m_error, sizeof(m_error), "not connected");
-      return -1;
-    }
-    if (len > static_cast<unsigned int>(INT_MAX) || m_send.size() + len > m_limit) {
-      return 0;
-    }
-    if (!m_send.Append(buf, len)) {
-      std::snprintf(m_error, sizeof(m_error), "out of memory");
-      return -1;
-    }
-    if (!m_dirty) {
-      m_dirty = true;
-      became_dirty = true;
-    }
+  if (!m_old_frames.TakeAllOf(m_frames)) {
+    SetError("out of memory: answers of the lost connection were dropped");
+    m_mgr.LogClosed(m_url.c_str(), m_error);
+    m_frames.ForEach([&dropped, &has_all, this](const char* lost, size_t size) {
+      has_all = has_all && dropped.Push(lost, size);
+      ++m_mgr.m_frames_dropped;
+    });
+    m_frames.Clear();
   }
-  if (became_dirty) {
-    m_mgr.AddDirty(this);
-  }
-  return static_cast<int>(len);
-}
-
-void TcpConnector::Flush() {
-  ScopedLock lock(m_mutex);
-  m_dirty = false;
-  // While the socket is full the network thread goes on when it has room again.
-  if (m_status == STATUS_CONNECTED && (m_watched & EPOLLOUT) == 0) {
-    FlushLocked();
+  const std::vector<uint64_t> ids = AnsweredBy(dropped, m_frames);
+  if (!ids.empty()) {
+    m_mgr.m_events.OnAnswersDropped(ids);
   }
 }
 
-void TcpConnector::FlushLocked() {
-  while (!m_send.empty()) {
-    m_mgr.m_socket_calls += 1;
-    const ssize_t sent = send(m_fd, m_send.data(), m_send.size(), MSG_NOSIGNAL);
-    if (sent >= 0) {
-      m_send.TakeFront(static_cast<size_t>(sent));
-    } else if (errno == EAGAIN || errno == EWOULDBLOCK) {
-      WatchLocked(m_watched | EPOLLOUT);
-      return;
-    } else if (errno != EINTR) {
-      char reason[128];
-      std::snprintf(reason, sizeof(reason), "send: %s", std::strerror(errno));
-      CloseLocked(reason);
-      return;
-    }
-  }
-  WatchLocked(m_watched & ~static_cast<uint32_t>(EPOLLOUT));
-}
-
-void TcpConnector::OnNetEvents(uint32_t epoll_events) {
-  {
-    ScopedLock lock(m_mutex);
-    if (m_fd < 0 || (m_status == STATUS_CONNECTING && !FinishConnect())) {
-      return;
-    }
-    if ((epoll_events & EPOLLOUT) != 0 && (m_watched & EPOLLOUT) != 0) {
-      FlushLocked();
-    }
-  }
-  if ((epoll_events & (EPOLLIN | EPOLLERR | EPOLLHUP)) != 0) {
-    Receive();
-  }
-}
-
-// Whether the connection stands.
-bool TcpConnector::FinishConnect() {
-  int error = 0;
-  socklen_t error_len = sizeof(error);
-  if (getsockopt(m_fd, SOL_SOCKET, SO_ERROR, &error, &error_len) != 0) {
-    error = errno;
-  }
-  sockaddr_in peer{};
-  socklen_t peer_len = sizeof(peer);
-  if (error == 0 && getpeername(m_fd, reinterpret_cast<sockaddr*>(&peer), &peer_len) != 0) {
-    return false;  // an event of an older attempt: not yet
-  }
-  if (error != 0) {
-    char reason[128];
-    std::snprintf(reason, sizeof(reason), "connect: %s", std::strerror(error));
-    CloseLocked(reason);
-    return false;
-  }
+void TcpConnector::OnConnected() {
   m_status = STATUS_CONNECTED;
-  WatchLocked(EPOLLIN);
-  return true;
+  m_connection = ++m_mgr.m_last_connection;
+  m_failures = 0;
+  m_mgr.m_events.OnConnectionChanged();
 }
 
-int TcpConnector::CheckConnectTimeout(int64_t monotonic_now_ms) {
-  ScopedLock lock(m_mutex);
-  if (m_status != STATUS_CONNECTING) {
-    return -1;
+void TcpConnector::OnClosed(const char* reason) {
+  if (m_status == STATUS_CONNECTING) {
+    ++m_failures;
   }
-  if (monotonic_now_ms < m_connect_deadline_ms) {
-    return static_cast<int>(m_connect_deadline_ms - monotonic_now_ms);
-  }
-  CloseLocked("connect: timed out");
-  return -1;
+  Lose(reason);
 }
 
-// One read of the socket: more comes with the next round, so that one peer cannot starve the
-// others.
-void TcpConnector::Receive() {
-  char* data = nullptr;
-  size_t size = 0;
-  uint64_t connection = 0;
-  if (!ReadSome(data, size, connection)) {
-    return;
-  }
+// Hands the whole frames to the callback and keeps those that stay.
+int64_t TcpConnector::OnInput(const char* data, size_t len) {
   size_t used = 0;
-  const bool well_formed = Dispatch(data, size, connection, used);
-  Publish();
-  if (well_formed) {
-    KeepRest(data + used, size - used);
-  }
-}
-
-// Reads behind the partial frame, if there is one. data, size: all bytes that are there now. False
-// when nothing came.
-bool TcpConnector::ReadSome(char*& data, size_t& size, uint64_t& connection) {
-  char* const scratch = m_mgr.m_scratch.get();
-  constexpr size_t kScratchSize = TcpConnectorMgr::kScratchSize;
-  ScopedLock lock(m_mutex);
-  if (m_fd < 0) {
-    return false;
-  }
-  connection = m_connection;
-  if (m_partial_connection != connection) {
-    m_partial.Clear();
-    m_partial_connection = connection;
-  }
-  if (m_recv_size + m_partial.size() >= m_limit) {
-    m_read_stopped = true;
-    if (m_recv_size + m_partial.size() >= m_limit) {
-      WatchLocked(m_watched & ~static_cast<uint32_t>(EPOLLIN));
-      return false;
+  while (used < len) {
+    const char* const frame = data + used;
+    const auto there = static_cast<unsigned int>(std::min<size_t>(len - used, INT_MAX));
+    const int frame_len = m_parser->ParsePackLength(frame, there);
+    if (frame_len < 0 || static_cast<size_t>(frame_len) > m_limit) {
+      Lose(frame_len < 0 ? "receive: no frame begins like this"
+                         : "receive: the frame is longer than the buffer may grow");
+      return kClose;
     }
-    m_read_stopped = false;  // it was consumed meanwhile
-  }
-  const size_t held = m_recv_size + m_partial.size();
-  // A frame longer than the scratch buffer gathers in m_partial itself.
-  const bool gather = m_partial.size() >= kScratchSize / 2;
-  const size_t room = std::min(m_limit - held, gather ? kScratchSize : kScratchSize / 2);
-  char* to = scratch + m_partial.size();
-  if (gather) {
-    to = m_partial.Prepare(room);
-    if (to == nullptr) {
-      CloseLocked("receive: out of memory");
-      return false;
+    if (frame_len == 0 || static_cast<unsigned int>(frame_len) > there) {
+      break;
     }
-  }
-  m_mgr.m_socket_calls += 1;
-  const ssize_t got = recv(m_fd, to, room, 0);
-  if (got > 0) {
-    if (gather) {
-      m_partial.Commit(static_cast<size_t>(got));
-      // Dispatch reads it where it lies; KeepRest leaves it there.
-      data = const_cast<char*>(m_partial.data());  // NOLINT
-      size = m_partial.size();
+    const auto size = static_cast<size_t>(frame_len);
+    used += size;
+    if (m_mgr.m_events.TakeFrame(*this, frame, size)) {
+      continue;
+    }
+    if (m_callback(m_url.c_str(), frame, frame_len, m_arg) != 0) {
+      m_mgr.m_events.OnFrameHandled();
+    } else if (m_frames.Push(frame, size)) {
+      *m_may_have_incoming = true;
+      ++m_mgr.m_frames_in;
     } else {
-      if (!m_partial.empty()) {
-        std::memcpy(scratch, m_partial.data(), m_partial.size());
-      }
-      data = scratch;
-      size = m_partial.size() + static_cast<size_t>(got);
+      Lose("receive: out of memory");
+      return kClose;
     }
-    return true;
   }
-  if (got == 0) {
-    CloseLocked(m_partial.empty() ? "closed by the peer" : "closed by the peer inside a frame");
-  } else if (errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR) {
-    char reason[128];
-    std::snprintf(reason, sizeof(reason), "receive: %s", std::strerror(errno));
-    CloseLocked(reason);
-  }
-  return false;
+  StopReadingIfFull();
+  return static_cast<int64_t>(used);
 }
 
-// Hands the whole frames to the callback and stages those that stay. used: bytes of whole frames.
-// False when the connection ended.
-bool TcpConnector::Dispatch(const char* data, size_t size, uint64_t connection, size_t& used) {
-  while (used < size) {
-    const char* frame = data + used;
-    const auto there = static_cast<unsigned int>(size - used);
-    const int len = m_parser->ParsePackLength(frame, there);
-    if (len < 0) {
-      CloseWithReason(connection, "receive: no frame begins like this");
-      return false;
-    }
-    if (static_cast<size_t>(len) > m_limit) {
-      CloseWithReason(connection, "receive: the frame is longer than the buffer may grow");
-      return false;
-    }
-    if (len == 0 || static_cast<unsigned int>(len) > there) {
-      return true;
-    }
-    if (m_callback(m_url.c_str(), frame, len, m_arg) == 0) {
-      const auto frame_len = static_cast<FrameLen>(len);
-      if (!m_staged.Append(&frame_len, sizeof(frame_len)) || !m_staged.Append(frame, frame_len)) {
-        CloseWithReason(connection, "receive: out of memory");
-        return false;
-      }
-    }
-    used += static_cast<size_t>(len);
-  }
-  return true;
-}
-
-void TcpConnector::KeepRest(const char* rest, size_t size) {
-  if (rest + size == m_partial.data() + m_partial.size() && !m_partial.empty()) {
-    m_partial.TakeFront(m_partial.size() - size);
-    return;
-  }
-  m_partial.Clear();
-  if (size != 0 && !m_partial.Append(rest, size)) {
-    CloseWithReason(m_partial_connection, "receive: out of memory");
+void TcpConnector::StopReadingIfFull() {
+  if (!m_read_stopped && m_frames.bytes() + m_stream.InputSize() >= m_limit) {
+    m_read_stopped = true;
+    m_stream.SetReading(false);
   }
 }
 
-void TcpConnector::Publish() {
-  if (m_staged.empty()) {
-    return;
+void TcpConnector::ReadAgainIfRoom() {
+  if (m_read_stopped && m_frames.bytes() <= m_limit / 2) {
+    m_read_stopped = false;
+    m_spare_until_ms = m_mgr.m_loop.NowMs() + kReadAgainMs;
+    m_stream.SetReading(true);
   }
-  ScopedLock lock(m_mutex);
-  m_recv_size += m_staged.size();
-  if (m_incoming.empty()) {
-    m_incoming.Swap(m_staged);
-  } else if (!m_incoming.Append(m_staged.data(), m_staged.size())) {
-    CloseLocked("receive: out of memory");
-  }
-  m_staged.Clear();
-  *m_may_have_incoming = true;
-  m_mgr.m_published = true;
 }
 
 int TcpConnector::PeekPkg(const char*& buffer, int& size, void* log_handle) {
   (void)log_handle;
-  if (m_ready.empty()) {
-    if (!*m_may_have_incoming) {
-      return 0;
-    }
-    ScopedLock lock(m_mutex);
-    m_ready.Swap(m_incoming);
-    if (m_ready.empty()) {
-      *m_may_have_incoming = false;
-      return 0;
-    }
+  size_t len = 0;
+  if (!m_old_frames.Front(buffer, len) && !m_frames.Front(buffer, len)) {
+    *m_may_have_incoming = false;
+    return 0;
   }
-  FrameLen frame_len = 0;
-  std::memcpy(&frame_len, m_ready.data(), sizeof(frame_len));
-  buffer = m_ready.data() + sizeof(frame_len);
-  size = static_cast<int>(frame_len);
+  size = static_cast<int>(len);
   return size;
 }
 
 void TcpConnector::SetIncomingFlag(OstrandCommon::Relaxed<bool>* flag) {
-  ScopedLock lock(m_mutex);
-  *flag = !m_ready.empty() || !m_incoming.empty();
+  *flag = !m_old_frames.empty() || !m_frames.empty();
   m_may_have_incoming = flag;
 }
 
 void TcpConnector::ConsumePkg() {
-  const char* buffer = nullptr;
-  int size = 0;
-  if (m_ready.empty() || PeekPkg(buffer, size, nullptr) <= 0) {
+  FrameQueue& queue = m_old_frames.empty() ? m_frames : m_old_frames;
+  if (queue.empty()) {
     return;
   }
-  const size_t taken = sizeof(FrameLen) + static_cast<size_t>(size);
-  m_ready.TakeFront(taken);
-  ++m_mgr.m_frames_consumed;
-  m_recv_size -= taken;
-  if (m_read_stopped && m_recv_size <= m_limit / 2) {
-    ScopedLock lock(m_mutex);
-    m_read_stopped = false;
-    if (m_status == STATUS_CONNECTED) {
-      WatchLocked(m_watched | EPOLLIN);
-    }
-  }
+  queue.Take();
+  ++m_mgr.m_frames_taken;
+  ReadAgainIfRoom();
 }
 
 void TcpConnector::Recover(void* log_handle) {
@@ -415,29 +288,74 @@ void TcpConnector::Recover(void* log_handle) {
   ConsumePkg();
 }
 
-const char* TcpConnector::GetLastErrDesc() {
-  ScopedLock lock(m_mutex);
-  std::memcpy(m_error_copy, m_error, sizeof(m_error));
-  return m_error_copy;
+int TcpConnector::SendToQ(const char* buf, unsigned int len, void* log_handle) {
+  (void)log_handle;
+  if (m_status != STATUS_CONNECTED) {
+    SetError("not connected");
+    return -1;
+  }
+  if (len > static_cast<unsigned int>(INT_MAX)) {
+    return 0;
+  }
+  const int ret = m_stream.Queue(buf, len);
+  if (ret <= 0) {
+    SetError(ret < 0 ? "out of memory" : "the send buffer is full");
+    return ret;
+  }
+  m_mgr.m_last_queued_on = this;
+  if (!m_is_over_half && m_stream.OutputSize() > m_limit / 2) {
+    m_is_over_half = true;
+    ++m_mgr.m_over_half;
+    m_mgr.Watch(this);
+  }
+  return static_cast<int>(len);
+}
+
+size_t TcpConnector::Room() const {
+  const size_t reserve = std::min(kOwnReserve, m_limit / 4);
+  const size_t room = m_stream.OutputRoom();
+  return room > reserve ? room - reserve : 0;
+}
+
+void TcpConnector::TellRoom() {
+  const bool is_watched = m_is_over_half || TellsRoom();
+  m_room_told_at = m_stream.OutputSize() / 2;
+  if (!is_watched) {
+    m_mgr.Watch(this);
+  }
+}
+
+// Whether there is still something to look for.
+bool TcpConnector::CheckRoom() {
+  const size_t size = m_stream.OutputSize();
+  if (m_is_over_half && size <= m_limit / 2) {
+    m_is_over_half = false;
+    --m_mgr.m_over_half;
+  }
+  if (TellsRoom() && size <= m_room_told_at) {
+    m_room_told_at = kNobodyWaits;
+    m_mgr.m_events.OnRoom();
+  }
+  return m_is_over_half || TellsRoom();
 }
 
 void TcpConnector::GetIPAndPort(int& ip, int& port) {
-  ip = static_cast<int>(m_address.sin_addr.s_addr);
-  port = ntohs(m_address.sin_port);
+  ip = m_ip;
+  port = m_address.endpoint.port;
 }
 
-unsigned int TcpConnector::GetSendBuffDataSize() {
-  ScopedLock lock(m_mutex);
-  return SaturateToUint(m_send.size());
+unsigned int TcpConnector::GetSendBuffDataSize() { return SaturateToUint(m_stream.OutputSize()); }
+
+unsigned int TcpConnector::GetRecvBuffDataSize() {
+  return SaturateToUint(m_old_frames.bytes() + m_frames.bytes());
 }
 
-unsigned int TcpConnector::GetRecvBuffDataSize() { return SaturateToUint(m_recv_size); }
+int TcpConnector::GetSendBuffLeftRate() { return FreeShare(m_stream.OutputSize(), m_limit); }
 
-int TcpConnector::GetSendBuffLeftRate() {
-  ScopedLock lock(m_mutex);
-  return FreeShare(m_send.size(), m_limit);
+int TcpConnector::GetRecvBuffLeftRate() { return FreeShare(GetRecvBuffDataSize(), m_limit); }
+
+void TcpConnector::SetError(const char* text) {
+  std::snprintf(m_error, sizeof(m_error), "%s", text);
 }
-
-int TcpConnector::GetRecvBuffLeftRate() { return FreeShare(m_recv_size, m_limit); }
 
 }  // namespace OstrandService

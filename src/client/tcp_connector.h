@@ -1,41 +1,52 @@
-// A connection over TCP (IPv4, non-blocking), driven by a network thread.
+// A connection to a proxy or directory over a stream, with the frames that came over it.
 //
 // It never reconnects by itself. A lost connection loses what was not sent and a partly received
-// frame; whole frames stay until they are consumed. When nobody consumes, it receives up to its
-// limit and then stops reading, so that the peer has to wait and nothing is lost.
+// frame; whole frames stay, up to one limit, the oldest dropped first, and are handed out before
+// those of the next connection. When nobody takes frames it receives up to its limit and then stops
+// reading, so that the peer has to wait and nothing is lost; what an older connection left does not
+// count there. While it does not read, and for a moment after, a Disconnect for silence is not
+// carried out: the silence is its own.
 //
-// Ownership: made and destroyed by TcpConnectorMgr. Threads: SendToQ, GetStatus, GetURL and
-// GetIPAndPort on any thread; the other operations on the application's thread.
+// After failed attempts in a row Connect waits, at random, longer and longer (kLongestPauseMs at
+// most) before it tries again; it is "connecting" meanwhile, and Disconnect ends the pause.
+//
+// No operation runs a callback: frames are dispatched in the loop's rounds only.
+// Ownership: made and destroyed by TcpConnectorMgr. Threads: the loop's owner.
 #pragma once
 
-#include <netinet/in.h>
-
-#include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string>
+#include <vector>
 
-#include "client/byte_buffer.h"
-#include "client/net_loop.h"
-#include "common/mutex.h"
+#include "client/frame_queue.h"
 #include "common/relaxed.h"
+#include "net/address.h"
+#include "net/event_loop.h"
 #include "net/net_connector_mgr.h"
+#include "net/tcp_stream.h"
 
 namespace OstrandService {
 
 class TcpConnectorMgr;
 
-class TcpConnector : public OSTRNET::CConnector, private NetHandler {
+class TcpConnector : public OSTRNET::CConnector, private OSTRNET::TcpStream::Listener {
  public:
   // A code of PeekPkg, handed on by the router: the frame at the head cannot be delivered.
   static constexpr int kErrHeadUndeliverable = -12563;
   static constexpr int kConnectTimeoutMs = 3000;
+  static constexpr int kFirstPauseMs = 200;
+  static constexpr int kLongestPauseMs = 5000;
+  // How long after it read again a silence is still its own.
+  static constexpr int kReadAgainMs = 1000;
+  static constexpr uint32_t kNothing = UINT32_MAX;
 
   // limit: bytes that each direction may hold.
-  TcpConnector(TcpConnectorMgr& mgr, const char* url, const sockaddr_in& address,
+  TcpConnector(TcpConnectorMgr& mgr, const char* url, OSTRNET::TcpAddress address,
                OSTRNET::IPackParser* parser, size_t limit, OSTRNET::ReceiveCallback callback,
                void* arg);
-  ~TcpConnector() override;  // REQUIRES: the network thread stands or is gone
+  ~TcpConnector() override;
 
   int Connect() override;
   void Disconnect(int reserved) override;
@@ -45,9 +56,9 @@ class TcpConnector : public OSTRNET::CConnector, private NetHandler {
   void SetIncomingFlag(OstrandCommon::Relaxed<bool>* flag) override;
   void ConsumePkg() override;
   void Recover(void* log_handle) override;
-  const char* GetLastErrDesc() override;
+  const char* GetLastErrDesc() override { return m_error; }
   int SendToQ(const char* buf, unsigned int len, void* log_handle) override;
-  // ip: the address as its four bytes lie on the wire.
+  // ip: the IPv4 address as its four bytes lie on the wire; of any other url the CRC of its host.
   void GetIPAndPort(int& ip, int& port) override;
   unsigned int GetSendBuffDataSize() override;
   unsigned int GetRecvBuffDataSize() override;
@@ -55,62 +66,68 @@ class TcpConnector : public OSTRNET::CConnector, private NetHandler {
   int GetSendBuffLeftRate() override;
   int GetRecvBuffLeftRate() override;
 
-  // Sends what is queued, as far as the socket takes it.
-  void Flush();
+  // Ends the connection also while it does not read.
+  void Drop();
 
-  // Gives up a connection attempt that has lasted too long. Returns the ms that it may still last,
-  // -1 when none is under way. Network thread.
-  int CheckConnectTimeout(int64_t monotonic_now_ms);
+  void* arg() const { return m_arg; }
+  // Number of the connection; another one with each that comes up. 0: none yet.
+  uint64_t connection() const { return m_connection; }
+
+  // Bytes that may be queued before the reserve for the router's own packages begins.
+  size_t Room() const;
+  // Somebody waits for Room: when half of what is queued now is gone, it is told once
+  // (ConnectorEvents::OnRoom).
+  void TellRoom();
+  bool TellsRoom() const { return m_room_told_at != kNobodyWaits; }
+
+  // The first of the requests in flight on this connection: whoever keeps them chains them here.
+  uint32_t first_in_flight = kNothing;
+  // Whether requests are routed to it: whoever knows the route says so.
+  bool is_in_use = false;
 
  private:
-  void OnNetEvents(uint32_t epoll_events) override;
-  bool FinishConnect() OSTRAND_REQUIRES(m_mutex);
-  void FlushLocked() OSTRAND_REQUIRES(m_mutex);
-  void Receive();
-  bool ReadSome(char*& data, size_t& size, uint64_t& connection);
-  bool Dispatch(const char* data, size_t size, uint64_t connection, size_t& used);
-  void KeepRest(const char* rest, size_t size);
-  void Publish();
-  void CloseLocked(const char* reason) OSTRAND_REQUIRES(m_mutex);
-  void CloseWithReason(uint64_t connection, const char* reason);
-  void WatchLocked(uint32_t epoll_events) OSTRAND_REQUIRES(m_mutex);
+  // TcpStream::Listener
+  void OnConnected() override;
+  int64_t OnInput(const char* data, size_t len) override;
+  void OnClosed(const char* reason) override;
+
+  friend class TcpConnectorMgr;
+  static constexpr size_t kNobodyWaits = SIZE_MAX;
+
+  int BeginConnecting();
+  void PauseBeforeConnecting();
+  int64_t NextPauseMs();
+  void Lose(const char* reason);
+  void KeepFramesOfOldConnection();
+  void StopReadingIfFull();
+  void ReadAgainIfRoom();
+  bool CheckRoom();
+  void SetError(const char* text);
 
   TcpConnectorMgr& m_mgr;
   const std::string m_url;
-  const sockaddr_in m_address;
+  const OSTRNET::TcpAddress m_address;
   OSTRNET::IPackParser* const m_parser;
   const size_t m_limit;
   const OSTRNET::ReceiveCallback m_callback;
   void* const m_arg;
+  const int m_ip;
 
-  OstrandCommon::Relaxed<int> m_status = STATUS_DISCONNECTED;  // written under m_mutex
-  // False only while m_ready and m_incoming are empty. Written under m_mutex; the pointer by the
-  // application's thread alone.
+  int m_status = STATUS_DISCONNECTED;
+  uint64_t m_connection = 0;
+  OSTRNET::TcpStream m_stream;
+  OSTRNET::Timer m_pause;       // before an attempt after failed ones
+  uint32_t m_failures = 0;      // attempts in a row
+  int64_t m_spare_until_ms = 0;  // a silence up to then is our own
+  bool m_read_stopped = false;  // no room: the stream is not read
+  size_t m_room_told_at = kNobodyWaits;  // bytes of output
+  bool m_is_over_half = false;           // of the output limit
+  FrameQueue m_old_frames;  // of connections that are gone
+  FrameQueue m_frames;      // of this one
+  // False only while both are empty.
   OstrandCommon::Relaxed<bool>* m_may_have_incoming = &m_own_flag;
   OstrandCommon::Relaxed<bool> m_own_flag = false;  // until another one is given
-  // Whoever changes one of these looks at the other behind it; sequentially consistent, so that a
-  // full queue that is emptied just now does not stay unread.
-  std::atomic<size_t> m_recv_size{0};       // bytes of whole frames not consumed
-  std::atomic<bool> m_read_stopped{false};  // no room: the socket is not read
-
-  OstrandCommon::Mutex m_mutex;
-  int m_fd OSTRAND_GUARDED_BY(m_mutex) = -1;
-  uint64_t m_connection OSTRAND_GUARDED_BY(m_mutex) = 0;  // number of the connection
-  uint32_t m_watched OSTRAND_GUARDED_BY(m_mutex) = 0;     // events asked for
-  int64_t m_connect_deadline_ms OSTRAND_GUARDED_BY(m_mutex) = 0;
-  bool m_dirty OSTRAND_GUARDED_BY(m_mutex) = false;  // in the manager's list of those to flush
-  ByteBuffer m_send OSTRAND_GUARDED_BY(m_mutex);
-  ByteBuffer m_incoming OSTRAND_GUARDED_BY(m_mutex);  // whole frames, each behind its length
-  char m_error[256] OSTRAND_GUARDED_BY(m_mutex) = {};
-
-  // Application's thread.
-  ByteBuffer m_ready;  // as m_incoming, being consumed
-  char m_error_copy[256] = {};
-
-  // Network thread.
-  ByteBuffer m_partial;  // the beginning of a frame
-  uint64_t m_partial_connection = 0;
-  ByteBuffer m_staged;  // frames of this round that stay
+  char m_error[256] = {};
 };
 
 }  // namespace OstrandService

@@ -1,12 +1,9 @@
-// Makes TCP connectors and drives them with one network thread.
+// Makes TCP connectors on a loop, and tells who runs the loop what became of them.
 //
-// What connectors queue leaves when somebody calls Flush, and at the end of each round of the
-// network thread: frames that wait for the same peer leave in one system call. Whoever sends calls
-// Flush at the end of its own round.
+// What connectors queue leaves with the loop's flush: at the beginning and the end of its rounds,
+// all frames for the same peer in one system call.
 //
-// Ownership: owns its connectors and the network thread; borrows the logger.
-// Threads: Start and Stop, CreateConnector and RemoveConnector, WaitForFrames on the application's
-// thread; Flush on any thread.
+// Ownership: owns its connectors; borrows loop, logger and listener. Threads: the loop's owner.
 #pragma once
 
 #include <cstddef>
@@ -15,26 +12,47 @@
 #include <string>
 #include <vector>
 
-#include "client/net_loop.h"
 #include "client/tcp_connector.h"
 #include "common/logger.h"
-#include "common/mutex.h"
+#include "net/event_loop.h"
 #include "net/net_connector_mgr.h"
 
 namespace OstrandService {
 
-class TcpConnectorMgr : public OSTRNET::CConnectorMgr, private NetRoundListener {
+// What becomes of connections. Told inside the loop's rounds and inside operations of connectors:
+// whoever listens notes it and does nothing else.
+class ConnectorEvents {
+ public:
+  // One came up, or was lost, or an attempt failed.
+  virtual void OnConnectionChanged() {}
+  // first_in_flight: the connector's chain, which it gave up. answered: asynchronous ids of
+  // requests whose whole answers lie in its queue.
+  virtual void OnConnectionLost(uint32_t /*first_in_flight*/, std::vector<uint64_t> /*answered*/) {}
+  // Whole answers that lay in the queue are gone: it was full of old ones, or the connector is.
+  virtual void OnAnswersDropped(const std::vector<uint64_t>& /*asyn_ids*/) {}
+  // A connector that TellsRoom has it.
+  virtual void OnRoom() {}
+  // A frame came, before the receive callback has it. True: it was taken.
+  virtual bool TakeFrame(const TcpConnector& /*connector*/, const char* /*frame*/, size_t /*len*/) {
+    return false;
+  }
+  // The receive callback took a frame.
+  virtual void OnFrameHandled() {}
+  // Whether a Disconnect of a connector that does not read is for its silence alone.
+  virtual bool IsForSilence(const TcpConnector& /*connector*/) { return false; }
+
+ protected:
+  ~ConnectorEvents() = default;
+};
+
+class TcpConnectorMgr : public OSTRNET::CConnectorMgr {
  public:
   static constexpr size_t kDefaultLimit = size_t{16} * 1024 * 1024;
 
   // default_limit: bytes that each direction of a connector may hold.
-  TcpConnectorMgr(OstrandCommon::Logger* logger, int module_id,
-                  size_t default_limit = kDefaultLimit);
+  TcpConnectorMgr(OSTRNET::EventLoop& loop, OstrandCommon::Logger* logger, int module_id,
+                  ConnectorEvents& events, size_t default_limit = kDefaultLimit);
   ~TcpConnectorMgr() override;
-
-  // 0, or -1 when the system gives no thread or descriptor.
-  int Start();
-  void Stop();
 
   OSTRNET::CConnector* CreateConnector(const char* url, OSTRNET::IPackParser* parser,
                                        int buffer_size, OSTRNET::ReceiveCallback callback,
@@ -42,59 +60,47 @@ class TcpConnectorMgr : public OSTRNET::CConnectorMgr, private NetRoundListener 
   int RemoveConnector(OSTRNET::CConnector* connector) override;
   const char* GetLastErrDesc() override { return m_error.c_str(); }
 
-  NetLoop& Loop() { return m_loop; }
+  const std::vector<std::unique_ptr<TcpConnector>>& Connectors() const { return m_connectors; }
+  TcpConnector* Find(const OSTRNET::CConnector* connector) const;
 
-  // Sends what connectors have queued.
-  void Flush();
-
-  // Number of times that frames became ready. Read it, poll the connectors, then wait with it.
-  uint64_t FramesSeen() const { return m_frames_seen.load(std::memory_order_acquire); }
-
-  // Waits until FramesSeen is no longer `seen` or the deadline (monotonic clock, ms) is reached.
-  // Flushes first.
-  void WaitForFrames(uint64_t seen, int64_t monotonic_deadline_ms);
-
-  // Frames that the application's thread consumed so far.
-  uint64_t FramesConsumed() const { return m_frames_consumed; }
-
-  // System calls so far on sockets and of the loop; for benchmarks.
-  uint64_t SystemCalls() const { return m_socket_calls + m_loop.SystemCalls(); }
+  // The connector that something was queued on last; null when it is gone.
+  TcpConnector* LastQueuedOn() const { return m_last_queued_on; }
+  // Connectors whose output filled more than half of its limit when CheckRoom last looked, or
+  // since.
+  size_t OverHalf() const { return m_over_half; }
+  // Looks for room in those, and tells it to who waits. Call it after each round and flush.
+  void CheckRoom() {
+    if (!m_watched.empty()) {
+      CheckWatched();
+    }
+  }
+  // Frames that came, and that were taken, so far.
+  uint64_t FramesIn() const { return m_frames_in; }
+  uint64_t FramesTaken() const { return m_frames_taken; }
+  // Frames of old connections that were dropped for want of room.
+  uint64_t FramesDropped() const { return m_frames_dropped; }
 
  private:
   friend class TcpConnector;
 
-  static constexpr size_t kScratchSize = size_t{256} * 1024;
-
-  int OnRoundEnd() override;
-  bool HasWork() override { return m_has_dirty; }
-  void AddDirty(TcpConnector* connector) OSTRAND_EXCLUDES(m_mutex);
-  void AddConnecting() { m_connecting = true; }
+  void Watch(TcpConnector* connector);
+  void CheckWatched();
   void LogClosed(const char* url, const char* reason);
-  int CheckConnectTimeouts();
 
+  OSTRNET::EventLoop& m_loop;
   OstrandCommon::Logger* const m_logger;
   const int m_module_id;
+  ConnectorEvents& m_events;
   const size_t m_default_limit;
-  NetLoop m_loop;
-  std::string m_error;             // application's thread
-  uint64_t m_frames_consumed = 0;  // as above
-
-  OstrandCommon::Mutex m_mutex;                             // taken behind a connector's own
-  std::vector<std::unique_ptr<TcpConnector>> m_connectors;  // changed while the thread stands
-  std::vector<TcpConnector*> m_dirty OSTRAND_GUARDED_BY(m_mutex);
-  std::atomic<bool> m_has_dirty{false};
-  OstrandCommon::Relaxed<bool> m_connecting = false;  // an attempt may be under way
-
-  std::atomic<uint64_t> m_frames_seen{0};
-  std::atomic<bool> m_waiting{false};
-  OstrandCommon::Mutex m_wait_mutex;
-  OstrandCommon::Condition m_frames_came;
-
-  OstrandCommon::Relaxed<uint64_t> m_socket_calls = 0;
-
-  // Network thread.
-  std::unique_ptr<char[]> m_scratch;
-  bool m_published = false;  // in this round
+  std::string m_error;
+  std::vector<std::unique_ptr<TcpConnector>> m_connectors;
+  std::vector<TcpConnector*> m_watched;  // over half, or with somebody waiting for room
+  TcpConnector* m_last_queued_on = nullptr;
+  uint64_t m_last_connection = 0;
+  size_t m_over_half = 0;
+  uint64_t m_frames_in = 0;
+  uint64_t m_frames_taken = 0;
+  uint64_t m_frames_dropped = 0;
 };
 
 }  // namespace OstrandService
