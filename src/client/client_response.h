@@ -1,105 +1,166 @@
-// An answer, or a package of one, in a package of its own.
+// The outcome of a request: an answer, a package of one, or what stands in place of one.
 //
 //   while (client.Receive(response, 100) == 1) {
 //     RecordView record;
-//     FieldView level;
+//     int64_t level = 0;
 //     while (response.NextRecord(record)) {
-//       if (record.mark.result == 0 && record.FindValue("level", level)) { ... }
+//       if (record.mark.result == 0 && record.Get("level", level) == 0) { ... }
 //     }
 //   }
 //
-// One object takes any number of answers, one after the other. Its package takes over 10 MiB of
-// address space, of which only what was ever written is memory. Everything handed out (texts,
-// views, records) points into the object and holds until the next Unpack, BuildTimeOutRes or
-// SetUserBuff.
+// Holds the bytes of the frame as it came and a small head; records, TTL entries and metadata are
+// read straight from these bytes, which were checked whole before. One object takes any number of
+// outcomes, one after the other; once warm it allocates nothing. It may be moved; a moved-from one
+// is as a new one: no command, result 0, nothing in it. Everything handed out (texts, views)
+// points into the object's bytes and holds until it gets its next outcome or is destroyed; moving
+// keeps it valid.
 //
-// Getters read the package as it is: the router strips the routing context and sets results in it.
-//
-// Without memory for the package Unpack and BuildTimeOutRes answer ROUTER_ERR_ALLOCATION, and
-// getters answer 0 or null.
-// Ownership: owns package and user buffer; copies what it is given. Threads: one at a time.
+// Ownership: owns its bytes. Threads: one at a time.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
-#include <memory>
-#include <optional>
 #include <string_view>
 
+#include "client/response_bytes.h"
 #include "common/export.h"
-#include "protocol/ostrand_protocol_cs.h"
-#include "service_api/ostrand_service_response.h"
+#include "protocol/record_buffer.h"
 
 namespace OstrandService {
 
-class OSTRAND_API ClientResponse : public OstrandServiceResponse {
+using ostrand_protocol_cs::FieldReader;
+using ostrand_protocol_cs::FieldView;
+using ostrand_protocol_cs::RecordMark;
+using ostrand_protocol_cs::RecordReader;
+using ostrand_protocol_cs::RecordView;
+
+// What an outcome is beside its bytes.
+struct ResponseHead {
+  uint64_t async_id = 0;
+  uint32_t cmd = 0;  // 0: no outcome
+  uint32_t sub_cmd = 0;
+  int32_t result = 0;
+  int32_t sequence = 0;
+  int32_t app_id = 0;
+  int32_t zone_id = 0;
+  int32_t meta_version = -1;
+  bool has_more = false;
+  // Where in the bytes. A length of 0: there is none.
+  uint32_t table_at = 0;
+  uint32_t table_len = 0;  // with the NUL
+  uint32_t user_at = 0;
+  uint32_t user_len = 0;
+  uint32_t keys_at = 0;  // the head's key set; 0: none
+  uint32_t body_at = 0;
+  uint32_t body_len = 0;
+};
+
+// An entry of the answer to a TTL command.
+struct RecordTTL {
+  int32_t result = 0;
+  int64_t ttl_ms = 0;  // negative: for ever
+};
+
+// A table's schema as the server describes it.
+struct TableMetadata {
+  uint32_t table_type = 0;
+  int32_t version = 0;
+  int32_t idl_type = 0;
+  std::string_view image;  // of the schema library; empty for a table without schema
+};
+
+// What the runtime says in place of an answer. Views are copied.
+struct OutcomeHead {
+  int32_t result = 0;
+  uint32_t cmd = 0;  // the answer's
+  uint64_t async_id = 0;
+  int32_t sequence = 0;
+  int32_t app_id = 0;
+  int32_t zone_id = 0;
+  std::string_view table;
+  std::string_view user_bytes;
+};
+
+class OSTRAND_API ClientResponse {
  public:
   // The result of what stands in place of an answer that did not come in time.
   static constexpr int32_t kResultTimeOut = -20499;  // 0xFFFFAFED
 
-  ClientResponse();
-  ~ClientResponse() override;
+  ClientResponse() = default;
   ClientResponse(const ClientResponse&) = delete;
   ClientResponse& operator=(const ClientResponse&) = delete;
+  ClientResponse(ClientResponse&& other) noexcept;
+  ClientResponse& operator=(ClientResponse&& other) noexcept;
+  ~ClientResponse() = default;
 
-  int32_t GetAppId() const;
+  // 0, or why the request was not carried out.
+  int32_t GetResult() const { return m_head.result; }
+  // That of the request, plus 1.
+  uint32_t GetCmd() const { return m_head.cmd; }
+  // Of an answer in several packages: this one's number, from 0.
+  uint32_t GetSubCmd() const { return m_head.sub_cmd; }
+  uint64_t GetAsynID() const { return m_head.async_id; }
+  int32_t GetSequence() const { return m_head.sequence; }
+  int32_t GetAppId() const { return m_head.app_id; }
+  int32_t GetZoneId() const { return m_head.zone_id; }
   // The server's schema version of the table; -1 unknown.
-  int32_t GetMetaVersion() const;
+  int32_t GetMetaVersion() const { return m_head.meta_version; }
+  // Null when it belongs to no table. len (may be null): without the NUL.
+  const char* GetTableName(size_t* len = nullptr) const;
+  // The user's bytes that the request was sent with.
+  std::string_view GetUserBuff() const;
   // A field of the key in the head; false when there is none.
-  bool GetKey(std::string_view name, ostrand_protocol_cs::FieldView& field) const;
+  bool GetKey(std::string_view name, FieldView& field) const;
+
+  // 1 when further packages of this answer follow, else 0. Never after an error result: that is the
+  // request's last outcome.
+  int HaveMoreResPkgs() const { return m_head.has_more && m_head.result == 0 ? 1 : 0; }
 
   // Records in this package; 0 for commands without.
   uint32_t GetRecordCount() const;
   // The next record, from the first on; false behind the last. Each record says in its mark what
   // became of it, where it stands and which version it has.
-  bool NextRecord(ostrand_protocol_cs::RecordView& record);
+  bool NextRecord(RecordView& record);
   // Makes the first record the next one.
-  void RewindRecords() { m_reader.reset(); }
+  void RewindRecords() { m_is_reading = false; }
   // A value of the first record; false when there is none.
-  bool GetValue(std::string_view name, ostrand_protocol_cs::FieldView& field) const;
+  bool GetValue(std::string_view name, FieldView& field) const;
+  // The same, typed; codes as RecordView::Get.
+  template <typename T>
+  int Get(std::string_view name, T& value) const {
+    RecordView record;
+    FirstRecord(record);
+    return record.Get(name, value);
+  }
 
-  // Entries of the answer to a TTL command, in the order of the request. null: no such entry.
+  // Entries of the answer to a TTL command, in the order of the request. False: no such entry.
   uint32_t GetTTLCount() const;
-  const ostrand_protocol_cs::OStrandRecordTTL* GetTTL(uint32_t index) const;
+  bool GetTTL(uint32_t index, RecordTTL& ttl) const;
 
-  // The body of the answer to a metadata request; null for other commands.
-  const ostrand_protocol_cs::OStrandMetadataGetRes* GetMetadata() const;
+  // The answer to GetMetadata; false for other commands and for an answer without it.
+  bool GetMetadata(TableMetadata& metadata) const;
 
-  // OstrandServiceResponse
-  const char* GetPkgUserBuff(size_t* len) override;
-  const char* GetUserBuff(size_t* len) override;
-  // Any length. ROUTER_ERR_ARGUMENT for null with a length; ROUTER_ERR_ALLOCATION. After a failure
-  // the user buffer is as before.
-  int SetUserBuff(const char* buffer, unsigned int len) override;
-  int GetOstrandPackagePtr(const ostrand_protocol_cs::OStrandPkg*& pkg) override;
-  uint32_t GetCmd() const override;
-  uint32_t GetSubCmd() const override;
-  int32_t GetResult() const override;
-  const char* GetTableName(size_t* len) const override;
-  int32_t GetZoneId() const override;
-  int32_t GetSequence() const override;
-  uint64_t GetAsynID() const override;
-  const char* GetPerfTest(size_t* len) const override;
-  // Only answers to OSTRAND_API_LIST_GETALL_REQ and OSTRAND_API_GET_BY_PARTKEY_REQ come in several
-  // packages.
-  int HaveMoreResPkgs() override;
-  // The codes of the codec; then nothing of an older answer is left.
-  int Unpack(const char* data, size_t len) override;
-  // The result is kResultTimeOut, in a body that has one, too. Without memory for the user buffer
-  // the answer has none and the code is ROUTER_ERR_ALLOCATION.
-  int BuildTimeOutRes(int64_t app_id, int32_t zone_id, const char* table_name, uint32_t resp_cmd,
-                      const char* user_buffer, uint32_t user_buffer_len, uint64_t async_id,
-                      int32_t seq) override;
+  // --- For the client ---
+
+  // Makes this the outcome of a request that has no answer. 0; ROUTER_ERR_ALLOCATION without memory
+  // for table and user bytes: the outcome stands, but has none of them.
+  int SetOutcome(const OutcomeHead& outcome);
+  // No outcome; the room stays.
+  void Clear();
 
  private:
-  const ostrand_protocol_cs::OStrandRecords* Records() const;
+  friend class RouterResponse;
 
-  const std::unique_ptr<ostrand_protocol_cs::OStrandPkg> m_pkg;
-  std::optional<ostrand_protocol_cs::RecordReader> m_reader;  // from the first NextRecord on
-  bool m_has_user_buff = false;                               // else the package's counts
-  size_t m_user_buff_len = 0;
-  size_t m_user_buff_room = 0;
-  std::unique_ptr<char[]> m_user_buff;
+  bool HasRecords(uint32_t& count, const char*& records) const;
+  void FirstRecord(RecordView& record) const;
+  std::string_view Body() const { return {m_bytes.data() + m_head.body_at, m_head.body_len}; }
+
+  ResponseHead m_head;
+  ResponseBytes m_bytes;
+  RecordReader m_reader;
+  bool m_is_reading = false;  // from the first NextRecord on
 };
+
+static_assert(sizeof(ClientResponse) < 400);
 
 }  // namespace OstrandService
