@@ -4,7 +4,7 @@
 #include <set>
 #include <utility>
 
-#include "client/tcp_url.h"
+#include "net/address.h"
 
 namespace OstrandService {
 namespace {
@@ -56,9 +56,9 @@ const char* CheckOptions(const ClientOptions& options) {
     return "at least one directory url is needed";
   }
   for (const std::string& url : options.directory_urls) {
-    sockaddr_in address{};
-    if (!ParseTcpUrl(url.c_str(), address)) {
-      return "a directory url must have the form tcp://127.0.0.1:9000";
+    OSTRNET::TcpAddress address;
+    if (!OSTRNET::ParseTcpUrl(url, address)) {
+      return "a directory url must have the form tcp://HOST:PORT or tcp://[IPV6]:PORT";
     }
   }
   if (options.tables.empty() || options.tables.size() > kMaxTables) {
@@ -81,6 +81,9 @@ const char* CheckOptions(const ClientOptions& options) {
   if (options.max_in_flight < 1 || options.max_in_flight > INT32_MAX) {
     return "max_in_flight must be 1 to 2147483647";
   }
+  if (options.max_waiting > INT32_MAX) {
+    return "max_waiting must be 0 to 2147483647";
+  }
   if (options.buffer_limit < kMinBufferLimit || options.buffer_limit > kMaxBufferLimit) {
     return "buffer_limit must be 64 KiB to 1 GiB";
   }
@@ -90,8 +93,8 @@ const char* CheckOptions(const ClientOptions& options) {
   if (options.perf_sample_percent < 0 || options.perf_sample_percent > 100) {
     return "perf_sample_percent must be 0 to 100";
   }
-  if (options.directory_refresh_ms < 1 || options.update_interval_ms < 1) {
-    return "directory_refresh_ms and update_interval_ms must be at least 1";
+  if (options.directory_refresh_ms < 1) {
+    return "directory_refresh_ms must be at least 1";
   }
   return CheckTables(options);
 }

@@ -1,5 +1,5 @@
 // How an application describes the service that it wants. Plain records; what they point at is
-// borrowed and outlives the Client.
+// borrowed and outlives the client.
 #pragma once
 
 #include <cstddef>
@@ -23,7 +23,7 @@ struct TableOptions {
 struct ClientOptions {
   int64_t app_id = 0;
   std::vector<int32_t> zones;               // 1 to 64, each once
-  std::vector<std::string> directory_urls;  // "tcp://127.0.0.1:9000"; tried in turn
+  std::vector<std::string> directory_urls;  // "tcp://HOST:PORT", "tcp://[IPV6]:PORT"; in turn
   std::vector<TableOptions> tables;         // 1 to 256, each once a zone
 
   // Signing up: with a signature, or with a user and an already encrypted password.
@@ -38,17 +38,15 @@ struct ClientOptions {
   int32_t module_id = 0;
 
   int32_t default_timeout_ms = 3000;       // of requests that name none
-  size_t max_in_flight = 1000000;          // a zone
+  size_t max_in_flight = 1000000;          // requests without outcome, waiting ones included
+  size_t max_waiting = 100000;             // of these, requests of a zone that cannot be sent yet
+  size_t max_kept_bytes = size_t{64} << 20;  // a zone; of requests that wait or may be repeated
   size_t buffer_limit = size_t{16} << 20;  // bytes, each direction of each connection
   uint32_t heartbeat_ms = 1000;
   uint32_t check_heartbeat_ms = 30000;  // silence after which a connection is made anew
   int32_t perf_sample_percent = 0;      // share of simple requests whose way is measured
   bool keep_user_buffers = false;       // user buffers stay here instead of travelling
   int64_t directory_refresh_ms = 5000;
-  int64_t update_interval_ms = 10;  // how often the router is driven
-  // Of the pauses after directory failures. 0: another one in each Client, so that clients that
-  // were started together do not come back together.
-  uint32_t random_seed = 0;
 };
 
 // What is wrong with the options, or null when nothing is.

@@ -206,6 +206,7 @@ class OSTRAND_API ClientRequest {
   const RequestHead& Head() const { return m_head; }
   const char* Bytes() const { return m_bytes.data(); }
   void SetAsynID(uint64_t async_id) { m_head.async_id = async_id; }
+  void SetTable(int16_t table) { m_head.table = table; }
 
   // Gives integers of open width the type of their field in the schema; fields that the schema does
   // not have stay as they are. 0; RUNTIME_ERR_VALUE_RANGE for a value that does not fit;

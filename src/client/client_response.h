@@ -145,6 +145,7 @@ class OSTRAND_API ClientResponse {
   // Makes this the outcome of a request that has no answer. 0; ROUTER_ERR_ALLOCATION without memory
   // for table and user bytes: the outcome stands, but has none of them.
   int SetOutcome(const OutcomeHead& outcome);
+  void SetAsynID(uint64_t async_id) { m_head.async_id = async_id; }
   // No outcome; the room stays.
   void Clear();
 

@@ -27,6 +27,8 @@ class DeadlineQueue {
 
   // REQUIRES here and below: the item is within the room.
   bool Contains(uint32_t item) const { return m_nodes[item].where != kNowhere; }
+  // REQUIRES: it is in the queue.
+  int64_t DeadlineOf(uint32_t item) const { return m_nodes[item].deadline.ms; }
   // Enters an item, or gives it another deadline.
   void Set(uint32_t item, int64_t deadline_ms);
   // Takes an item out; nothing when it is not there.

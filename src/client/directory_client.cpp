@@ -7,7 +7,7 @@
 #include <set>
 #include <utility>
 
-#include "client/tcp_url.h"
+#include "net/address.h"
 #include "protocol/ostrand_dir_codec.h"
 #include "service_api/log_macros.h"
 
@@ -37,6 +37,19 @@ int LeaveForPolling(const char* url, const char* data, int len, void* arg) {
   return 0;
 }
 
+// What is wrong with a proxy's url; empty, and the url entered, when nothing is.
+std::string FaultOfRow(const std::string& url, std::set<std::string>& urls) {
+  constexpr size_t kMaxUrl = sizeof(tagResGetTablesAndAccess::aszAccessUrlList[0]) - 1;
+  OSTRNET::TcpAddress address;
+  if (url.size() > kMaxUrl) {
+    return "has more than " + std::to_string(kMaxUrl) + " characters";
+  }
+  if (!OSTRNET::ParseTcpUrl(url, address)) {
+    return std::string("is not of the form ") + OSTRNET::kTcpUrlForms;
+  }
+  return urls.insert(url).second ? "" : "is there twice";
+}
+
 template <size_t N>
 std::string RowText(const char (&row)[N]) {
   return {row, strnlen(row, N)};
@@ -53,8 +66,7 @@ DirectoryClient::DirectoryClient(OSTRNET::CConnectorMgr& connector_mgr,
       m_options(std::move(options)),
       m_listener(listener),
       m_parser(std::make_unique<DirFrameParser>()),
-      m_pkg(std::make_unique<tagOStrdirCSPkg>()),
-      m_random(m_options.random_seed) {
+      m_pkg(std::make_unique<tagOStrdirCSPkg>()) {
   for (const std::string& url : m_options.urls) {
     CConnector* connector = m_connector_mgr.CreateConnector(
         url.c_str(), m_parser.get(), static_cast<int>(4 * OSTRDIR_MAX_FRAME_LEN), LeaveForPolling,
@@ -212,12 +224,9 @@ void DirectoryClient::KeepGoodRows(int32_t zone_id) {
   int kept = 0;
   for (int i = 0; i < std::min<int>(sent_count, MAX_SERVER_COUNT); ++i) {
     const std::string url = RowText(answer.aszAccessUrlList[i]);
-    sockaddr_in address{};
-    if (!ParseTcpUrl(url.c_str(), address) || url.size() >= sizeof(answer.aszAccessUrlList[i]) ||
-        !urls.insert(url).second) {
-      faults.push_back(
-          "proxy row " + std::to_string(i) + " left out: \"" + url + "\" is " +
-          (urls.count(url) != 0 ? "there twice" : "not of the form tcp://127.0.0.1:9000"));
+    const std::string fault = FaultOfRow(url, urls);
+    if (!fault.empty()) {
+      faults.push_back("proxy row " + std::to_string(i) + " left out: \"" + url + "\" " + fault);
       continue;
     }
     if (kept != i) {
@@ -247,6 +256,7 @@ void DirectoryClient::TellOnce(int32_t zone_id, const std::vector<std::string>& 
 // Leaves this directory and rests before the next.
 void DirectoryClient::Fail(int64_t now_ms, const char* reason) {
   ++m_failures;
+  m_listener.OnDirectoryFailure(m_options.urls[m_current].c_str(), reason);
   const int64_t rest_ms = NextBackoff();
   DIRECTORY_LOG(OSTRAND_LOG_LEVEL_WARN,
                 "directory %s: %s; the route stays as it is, next attempt in %lld ms",
@@ -268,7 +278,8 @@ int64_t DirectoryClient::NextBackoff() {
   m_backoff_ms = m_backoff_ms == 0 ? m_options.first_backoff_ms
                                    : std::min(2 * m_backoff_ms, m_options.longest_backoff_ms);
   const int64_t quarter = m_backoff_ms / 4;
-  return m_backoff_ms - quarter + static_cast<int64_t>(rand_r(&m_random)) % (2 * quarter + 1);
+  return m_backoff_ms - quarter + static_cast<int64_t>(m_options.random() %
+                                                           static_cast<uint64_t>(2 * quarter + 1));
 }
 
 }  // namespace OstrandService

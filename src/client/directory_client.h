@@ -7,10 +7,11 @@
 // used does not keep the zones behind it from theirs.
 //
 // Ownership: owns its connectors (through the manager, borrowed); borrows the logger.
-// Threads: the application's thread.
+// Threads: the loop's owner.
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -23,7 +24,7 @@
 namespace OstrandService {
 
 struct DirectoryOptions {
-  std::vector<std::string> urls;  // "tcp://127.0.0.1:9000"; tried in turn
+  std::vector<std::string> urls;  // "tcp://HOST:PORT"; tried in turn
   int64_t app_id = 0;
   std::vector<int32_t> zones;
   std::string api_version;
@@ -31,7 +32,7 @@ struct DirectoryOptions {
   int64_t answer_timeout_ms = 3000;  // connecting and answering, each
   int64_t first_backoff_ms = 200;    // after the first failure; doubles, and varies by a quarter
   int64_t longest_backoff_ms = 30000;
-  uint32_t random_seed = 1;
+  std::function<uint64_t()> random;  // number: all 64 bits
 };
 
 // Receives the answers. They are checked: right application and zone, at least one proxy, at most
@@ -40,6 +41,8 @@ class DirectoryListener {
  public:
   virtual void OnDirectoryAnswer(int32_t zone_id,
                                  const ostrand_protocol_dir::tagOStrdirCSPkg& answer) = 0;
+  // A directory did not answer, or not with what can be used. reason: a phrase.
+  virtual void OnDirectoryFailure(const char* url, const char* reason) = 0;
 
  protected:
   ~DirectoryListener() = default;
@@ -55,6 +58,8 @@ class DirectoryClient {
 
   // One step: connects, asks, takes answers, gives up. Call it with every update.
   void Update(int64_t monotonic_now_ms);
+  // When Update has something to do by the clock; connections and answers need it at once.
+  int64_t NextDueMs() const { return m_due_ms; }
 
   // Rounds in which every zone was answered, and failures; for status texts and tests.
   uint64_t AnsweredRounds() const { return m_answered_rounds; }
@@ -88,7 +93,6 @@ class DirectoryClient {
   bool m_all_usable = true;  // the answers of this round
   int64_t m_due_ms = 0;      // end of the rest, or of the patience
   int64_t m_backoff_ms = 0;
-  uint32_t m_random;
   uint64_t m_answered_rounds = 0;
   uint64_t m_failures = 0;
   std::map<int32_t, std::vector<std::string>> m_told;  // what was wrong with a zone's last rows

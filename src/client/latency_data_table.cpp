@@ -88,7 +88,8 @@ int32_t LatencyDataTable::PushBack(int32_t zone_id, int64_t send_ms, int32_t tim
   Link(index);
   m_deadlines.Set(index, data.deadline_ms);
   ++m_in_flight;
-  return data.id_for_latency_data;
+  m_last_id = data.id_for_latency_data;
+  return m_last_id;
 }
 
 // The slot freed last, else one that was never used.
@@ -236,6 +237,12 @@ LatencyData* LatencyDataTable::TraverseForDeleteTimeOutNode(
   LatencyData& record = SlotAt(index).data;
   CountTimeOut(record, statistic_mgr);
   return &record;
+}
+
+int64_t LatencyDataTable::NextDeadlineMs() const {
+  uint32_t index = 0;
+  int64_t deadline_ms = 0;
+  return m_deadlines.First(index, deadline_ms) ? deadline_ms : INT64_MAX;
 }
 
 void LatencyDataTable::CountTimeOut(const LatencyData& record,

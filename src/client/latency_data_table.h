@@ -21,6 +21,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <utility>
 
 #include "client/buffer_pool.h"
 #include "client/deadline_queue.h"
@@ -76,6 +77,10 @@ class OSTRAND_API LatencyDataTable : public LatencyDataMgr {
 
   // Records not freed yet.
   size_t InFlight() const { return m_in_flight; }
+  // The id that the last PushBack answered, once; -1: none since.
+  int32_t TakeLastId() { return std::exchange(m_last_id, -1); }
+  // Wall-clock ms after which a record is expired; INT64_MAX: never.
+  int64_t NextDeadlineMs() const;
   const DelayBook& Delays() const { return m_delays; }
   void ClearDelays() { m_delays = DelayBook(); }
 
@@ -109,6 +114,7 @@ class OSTRAND_API LatencyDataTable : public LatencyDataMgr {
   const int64_t m_app_id;
   const uint32_t m_max_in_flight;
   int32_t m_next_id = 0;
+  int32_t m_last_id = -1;
   uint32_t m_in_flight = 0;
   uint32_t m_used_slots = 0;             // slots that were ever in use; those behind are untouched
   uint32_t m_free = kNone;               // the slot freed last

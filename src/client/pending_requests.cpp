@@ -4,105 +4,118 @@
 #include <new>
 
 namespace OstrandService {
-namespace {
-
-constexpr size_t kFirstSlots = 1024;
-
-// The router times nearly all requests itself and is left this long to say so.
-constexpr int64_t kGraceMs = 5000;
-
-}  // namespace
-
-PendingRequests::PendingRequests(size_t max_pending) : m_max_pending(max_pending) {
-  m_slots.resize(kFirstSlots);
-}
-
-bool PendingRequests::Grow() {
-  try {
-    std::vector<PendingRequest> slots(2 * m_slots.size());
-    for (const PendingRequest& request : m_slots) {
-      if (request.asyn_id != 0) {  // two slots of the old table never meet in one of the new
-        slots[request.asyn_id & (slots.size() - 1)] = request;
-      }
-    }
-    m_slots.swap(slots);
-    m_scan = 0;
-    return true;
-  } catch (const std::bad_alloc&) {
-    return false;
-  }
-}
 
 PendingRequest* PendingRequests::Add() {
   if (m_size >= m_max_pending) {
     return nullptr;
   }
-  if (2 * m_size >= m_slots.size() && !Grow() && m_size == m_slots.size()) {
-    return nullptr;
+  uint32_t slot = m_free;
+  if (slot == kNoRequest) {
+    if (m_used == m_blocks.size() * kBlock) {
+      Grow();
+    }
+    slot = m_used++;
+  } else {
+    m_free = At(slot).next;
   }
-  while (SlotOf(m_next_id).asyn_id != 0) {  // an old request is still pending there
-    ++m_next_id;
-  }
-  PendingRequest& request = SlotOf(m_next_id);
-  request = PendingRequest{};
-  request.asyn_id = m_next_id;
-  ++m_next_id;
+  PendingRequest& request = At(slot);
+  request = PendingRequest();
+  request.id = NewIdOf(slot);
+  request.wire_id = request.id;
+  request.state = PendingRequest::State::kSending;
   ++m_size;
   return &request;
 }
 
-PendingRequest* PendingRequests::Find(uint64_t asyn_id) {
-  PendingRequest& request = SlotOf(asyn_id);
-  return asyn_id != 0 && request.asyn_id == asyn_id ? &request : nullptr;
+void PendingRequests::Grow() {
+  const size_t slots = (m_blocks.size() + 1) * kBlock;
+  m_blocks.reserve(std::max(m_blocks.size() + 1, 2 * m_blocks.capacity()));
+  auto block = std::make_unique<PendingRequest[]>(kBlock);
+  if (!m_due.Reserve(static_cast<uint32_t>(
+          std::max(slots, std::min(m_blocks.capacity() * kBlock, 2 * slots))))) {
+    throw std::bad_alloc();
+  }
+  m_blocks.push_back(std::move(block));
 }
 
-void PendingRequests::Remove(uint64_t asyn_id) {
-  PendingRequest* request = Find(asyn_id);
-  if (request != nullptr) {
-    request->asyn_id = 0;
-    --m_size;
-  }
+void PendingRequests::Remove(PendingRequest& request) {
+  const uint32_t slot = SlotOf(request);
+  m_due.Erase(slot);
+  request.id = 0;
+  request.wire_id = 0;
+  request.state = PendingRequest::State::kFree;
+  request.next = m_free;
+  m_free = slot;
+  --m_size;
 }
 
-void PendingRequests::Watch(PendingRequest& request) {
-  if (!request.is_watched) {
-    m_watched.push({request.deadline_ms, request.asyn_id});
-    request.is_watched = true;
-  }
+PendingRequest* PendingRequests::Find(uint64_t id) {
+  const uint64_t slot = id & kSlotMask;
+  return id != 0 && slot < m_used && At(static_cast<uint32_t>(slot)).id == id
+             ? &At(static_cast<uint32_t>(slot))
+             : nullptr;
 }
 
-PendingRequest* PendingRequests::FindOverdue(int64_t now_ms, size_t rounds_for_all) {
-  while (!m_watched.empty() && m_watched.top().deadline_ms < now_ms) {
-    PendingRequest* request = Find(m_watched.top().asyn_id);
-    m_watched.pop();
-    if (request != nullptr && request->deadline_ms >= now_ms) {  // it was put off
-      m_watched.push({request->deadline_ms, request->asyn_id});
-    } else if (request != nullptr) {
-      return request;
-    }
-  }
-  if (m_size == 0) {
-    return nullptr;
-  }
-  const size_t looks = m_slots.size() / std::max<size_t>(rounds_for_all, 1) + 1;
-  for (size_t i = 0; i < looks; ++i) {
-    m_scan = (m_scan + 1) & (m_slots.size() - 1);
-    PendingRequest& request = m_slots[m_scan];
-    if (request.asyn_id != 0 && request.deadline_ms + kGraceMs < now_ms) {
-      return &request;
-    }
-  }
-  return nullptr;
+PendingRequest* PendingRequests::FindTry(uint64_t wire_id) {
+  const uint64_t slot = wire_id & kSlotMask;
+  return wire_id != 0 && slot < m_used && At(static_cast<uint32_t>(slot)).wire_id == wire_id
+             ? &At(static_cast<uint32_t>(slot))
+             : nullptr;
 }
 
-PendingRequest* PendingRequests::Any() {
-  for (size_t i = 0; m_size != 0 && i < m_slots.size(); ++i) {
-    if (m_slots[m_scan].asyn_id != 0) {
-      return &m_slots[m_scan];
-    }
-    m_scan = (m_scan + 1) & (m_slots.size() - 1);
+uint64_t PendingRequests::NewId(const PendingRequest& request) {
+  return NewIdOf(SlotOf(request));
+}
+
+// The number goes round after 2^32 requests; the upper half of the ids is the service's own.
+uint64_t PendingRequests::NewIdOf(uint32_t slot) {
+  m_last_number = std::max<uint32_t>(m_last_number + 1, 1);
+  return uint64_t{m_last_number} << kSlotBits | slot;
+}
+
+void PendingRequests::Append(RequestChain& chain, PendingRequest& request) {
+  const uint32_t slot = SlotOf(request);
+  request.chain = &chain;
+  request.next = kNoRequest;
+  request.previous = chain.last;
+  if (chain.last == kNoRequest) {
+    chain.first = slot;
+  } else {
+    At(chain.last).next = slot;
   }
-  return nullptr;
+  chain.last = slot;
+}
+
+void PendingRequests::Unchain(PendingRequest& request) {
+  RequestChain* const chain = request.chain;
+  if (chain == nullptr) {
+    return;
+  }
+  if (request.previous == kNoRequest) {
+    chain->first = request.next;
+  } else {
+    At(request.previous).next = request.next;
+  }
+  if (request.next == kNoRequest) {
+    chain->last = request.previous;
+  } else {
+    At(request.next).previous = request.previous;
+  }
+  request.chain = nullptr;
+  request.next = kNoRequest;
+  request.previous = kNoRequest;
+}
+
+int64_t PendingRequests::FirstDueMs() const {
+  uint32_t slot = 0;
+  int64_t due_ms = INT64_MAX;
+  return m_due.First(slot, due_ms) ? due_ms : INT64_MAX;
+}
+
+PendingRequest* PendingRequests::FirstOverdue(int64_t now_ms) {
+  uint32_t slot = 0;
+  int64_t due_ms = 0;
+  return m_due.First(slot, due_ms) && due_ms < now_ms ? &At(slot) : nullptr;
 }
 
 }  // namespace OstrandService

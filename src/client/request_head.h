@@ -25,6 +25,7 @@ struct RequestHead {
   uint32_t user_len = 0;             // bytes
   uint32_t key_len = 0;              // bytes
   uint32_t body_len = 0;             // bytes
+  int16_t table = -1;                // place among the options' tables, once it was looked up
   uint8_t key_num = 0;               // fields of the head's key
   bool repeat_writes = false;        // a command that writes may be repeated, too
   uint8_t table_name_len = 0;        // without the NUL

@@ -1,12 +1,13 @@
 #include "client/service.h"
 
-#include <unistd.h>
-
 #include <algorithm>
-#include <cstdio>
 #include <cstring>
+#include <iterator>
 #include <new>
+#include <set>
+#include <utility>
 
+#include "client/client_errors.h"
 #include "common/clock.h"
 #include "protocol/codec.h"
 #include "service_api/log_macros.h"
@@ -23,39 +24,92 @@ using ostrand_protocol_cs::OStrandPkg;
 constexpr char kApiVersion[] = "1.0.0";
 constexpr size_t kScratchSize = size_t{64} << 10;
 constexpr int64_t kMinuteMs = 60000;
-constexpr int64_t kSchemaRetryMs = 3000;
 
-// Differs between clients of a process, processes of a machine and machines; the multiplication
-// (Knuth, TAOCP 3, 6.4) spreads what differs over all bits.
-uint32_t SeedOfThisClient(const void* client) {
-  const uint64_t mixed =
-      (static_cast<uint64_t>(OstrandCommon::GetCurrentMicroseconds()) ^
-       (static_cast<uint64_t>(getpid()) << 32) ^ reinterpret_cast<uintptr_t>(client)) *
-      0x9E3779B97F4A7C15u;
-  return static_cast<uint32_t>(mixed >> 32);
-}
+// How often the routers are driven when nothing happens and no heartbeat is due.
+constexpr int64_t kUnsettledMs = 100;  // some proxy cannot take requests: attempts are repeated
+constexpr int64_t kBusyMs = 300;       // requests are under way: the router judges every 300 ms
+constexpr int64_t kIdleMs = 1000;
 
 }  // namespace
 
-Service::Service(const ClientOptions& options)
-    : m_options(options),
-      m_stderr_logger(OstrandCommon::OSTRAND_LOG_LEVEL_WARN),
-      m_logger(options.logger != nullptr ? options.logger : &m_stderr_logger) {
+// What a zone's connections do to it.
+class Service::ZoneEvents : public ConnectorEvents {
+ public:
+  ZoneEvents(Service& service, Zone& zone) : m_service(service), m_zone(zone) {}
+
+  void OnConnectionChanged() override { Changed(); }
+  void OnConnectionLost(RequestChain& in_flight, const std::vector<uint64_t>& answered) override {
+    m_service.m_listener.OnConnectionLost(in_flight, answered);
+  }
+  void OnAnswersDropped(const std::vector<uint64_t>& wire_ids) override {
+    m_service.m_listener.OnAnswersDropped(wire_ids);
+  }
+  void OnRoom() override { m_zone.wake = true; }
+  bool TakeFrame(const TcpConnector& /*connector*/, const char* frame, size_t len) override {
+    return m_service.m_checks.TakeFrame(frame, len, m_service.m_loop.NowMs(),
+                                        *m_service.m_scratch_pkg);
+  }
+  // Heartbeat answers come all the time and change nothing that an update would look at.
+  void OnFrameHandled(uint32_t cmd) override {
+    if (cmd != ostrand_protocol_cs::OSTRAND_API_HEART_BEAT_RES) {
+      Changed();
+    }
+  }
+  // The other Disconnect, of a proxy that is tried again, comes while it is not available.
+  bool IsForSilence(const TcpConnector& connector) override {
+    return static_cast<const ProxyServer*>(connector.arg())->is_available;
+  }
+
+ private:
+  void Changed() {
+    m_zone.look_again = true;
+    m_service.m_is_due = true;
+  }
+
+  Service& m_service;
+  Zone& m_zone;
+};
+
+class Service::DirectoryEvents : public ConnectorEvents {
+ public:
+  explicit DirectoryEvents(Service& service) : m_service(service) {}
+
+  void OnConnectionChanged() override { m_service.m_is_due = true; }
+  bool TakeFrame(const TcpConnector& /*connector*/, const char* /*frame*/,
+                 size_t /*len*/) override {
+    m_service.m_is_due = true;
+    return false;
+  }
+
+ private:
+  Service& m_service;
+};
+
+Service::Service(OSTRNET::EventLoop& loop, const ClientOptions& options,
+                 const TableCatalog& catalog, ServiceListener& listener)
+    : m_loop(loop),
+      m_options(options),
+      m_catalog(catalog),
+      m_listener(listener),
+      m_stderr_logger(OstrandCommon::OSTRAND_LOG_LEVEL_WARN, loop.Sys()),
+      m_logger(options.logger != nullptr ? options.logger : &m_stderr_logger),
+      m_checks(static_cast<int32_t>(options.app_id),
+               [this](int32_t zone_id, const char* table) {
+                 return TableCheckResult(zone_id, table);
+               }) {
   m_local_buffer = m_options.keep_user_buffers ? this : nullptr;
 }
 
 Service::~Service() { Stop(); }
 
 int Service::Start() {
-  m_connectors =
-      std::make_unique<TcpConnectorMgr>(m_logger, m_options.module_id, m_options.buffer_limit);
   m_pack_buffer.reset(new (std::nothrow) char[ostrand_protocol_cs::OSTRAND_MAX_REQ_FRAME_LEN]);
   m_scratch.reset(new (std::nothrow) char[kScratchSize]);
   m_scratch_pkg = ostrand_protocol_cs::NewOStrandPkg();
   if (m_pack_buffer == nullptr || m_scratch == nullptr || m_scratch_pkg == nullptr) {
     return ROUTER_ERR_ALLOCATION;
   }
-  m_own_request = std::make_unique<ClientRequest>();
+  m_rows.resize(OstrandRouter::MAX_SERVER_COUNT);
   for (const int32_t zone_id : m_options.zones) {
     const int ret = StartZone(zone_id);
     if (ret != 0) {
@@ -63,61 +117,71 @@ int Service::Start() {
     }
   }
   RegisterTables();
+  StartDirectory();
+  m_minute_began_ms = m_loop.NowMs();
+  return 0;
+}
 
+int Service::StartZone(int32_t zone_id) {
+  m_statistics.RegisterApp(m_options.app_id, zone_id);
+  auto zone = std::make_unique<Zone>();
+  zone->zone_id = zone_id;
+  zone->index = static_cast<uint16_t>(m_zones.size());
+  zone->heartbeat_ms = m_options.heartbeat_ms;
+  zone->check_heartbeat_ms = m_options.check_heartbeat_ms;
+  zone->first_period_ms =
+      1 + static_cast<uint32_t>(m_loop.Sys().RandomNumber() % m_options.heartbeat_ms);
+  zone->latency = std::make_unique<LatencyDataTable>(m_options.app_id, m_options.max_in_flight);
+  m_zone_events.push_back(std::make_unique<ZoneEvents>(*this, *zone));
+  zone->connectors =
+      std::make_unique<TcpConnectorMgr>(m_loop, m_logger, m_options.module_id,
+                                        *m_zone_events.back(), m_options.buffer_limit);
+  const char* signature = m_options.signature.empty() ? nullptr : m_options.signature.c_str();
+  zone->router = std::make_unique<OstrandRouter>(
+      m_options.module_id, m_pack_buffer.get(), ostrand_protocol_cs::OSTRAND_MAX_REQ_FRAME_LEN,
+      m_options.app_id, zone_id, signature, m_options.sign_type, zone->latency.get(), &m_statistics,
+      &m_judge, static_cast<uint32_t>(m_options.default_timeout_ms));
+  m_zones.push_back(std::move(zone));
+  Zone& added = *m_zones.back();
+  if (!m_options.user_name.empty()) {
+    added.router->SetUserNameAndPassword(m_options.user_name.c_str(),
+                                         m_options.password_encrypted.c_str());
+  }
+  added.router->SetPerfSampPercent(m_options.perf_sample_percent);
+  ApplyIntervals(added);
+  return added.router->Init(added.connectors.get(), static_cast<OstrandServer*>(this), m_logger);
+}
+
+void Service::StartDirectory() {
   DirectoryOptions directory;
   directory.urls = m_options.directory_urls;
   directory.app_id = m_options.app_id;
   directory.zones = m_options.zones;
   directory.api_version = kApiVersion;
   directory.refresh_ms = m_options.directory_refresh_ms;
-  directory.random_seed =
-      m_options.random_seed != 0 ? m_options.random_seed : SeedOfThisClient(this);
+  directory.random = [this] { return m_loop.Sys().RandomNumber(); };
+  m_directory_events = std::make_unique<DirectoryEvents>(*this);
+  m_directory_connectors = std::make_unique<TcpConnectorMgr>(m_loop, m_logger, m_options.module_id,
+                                                             *m_directory_events);
   DirectoryListener& listener = *this;
-  m_directory = std::make_unique<DirectoryClient>(*m_connectors, m_logger, m_options.module_id,
-                                                  directory, listener);
-  m_minute_began_ms = OstrandCommon::GetMonotonicMilliseconds();
-  if (m_connectors->Start() != 0) {
-    SERVICE_LOG(OSTRAND_LOG_LEVEL_ERROR, "no network thread: out of threads or descriptors");
-    return ROUTER_ERR_FAILED;
-  }
-  return 0;
-}
-
-int Service::StartZone(int32_t zone_id) {
-  auto zone = std::make_unique<Zone>();
-  zone->zone_id = zone_id;
-  m_statistics.RegisterApp(m_options.app_id, zone_id);
-  zone->latency = std::make_unique<LatencyDataTable>(m_options.app_id, m_options.max_in_flight);
-  const char* signature = m_options.signature.empty() ? nullptr : m_options.signature.c_str();
-  zone->router = std::make_unique<OstrandRouter>(
-      m_options.module_id, m_pack_buffer.get(), ostrand_protocol_cs::OSTRAND_MAX_REQ_FRAME_LEN,
-      m_options.app_id, zone_id, signature, m_options.sign_type, zone->latency.get(), &m_statistics,
-      &m_judge, static_cast<uint32_t>(m_options.default_timeout_ms));
-  OstrandRouter& router = *zone->router;
-  m_zones.push_back(std::move(zone));
-  if (!m_options.user_name.empty()) {
-    router.SetUserNameAndPassword(m_options.user_name.c_str(),
-                                  m_options.password_encrypted.c_str());
-  }
-  router.SetHeartbeatInterval(m_options.heartbeat_ms);
-  router.SetCheckHeartbeatInterval(m_options.check_heartbeat_ms);
-  router.SetPerfSampPercent(m_options.perf_sample_percent);
-  return router.Init(m_connectors.get(), static_cast<OstrandServer*>(this), m_logger);
+  m_directory = std::make_unique<DirectoryClient>(*m_directory_connectors, m_logger,
+                                                  m_options.module_id, directory, listener);
 }
 
 void Service::RegisterTables() {
   for (const TableOptions& options : m_options.tables) {
+    Zone& zone = *FindZone(options.zone_id);
     auto table = std::make_unique<Table>();
     table->name = options.name;
-    table->zone_id = options.zone_id;
+    table->zone = zone.index;
     table->subscript =
         m_statistics.RegisterTable(m_options.app_id, options.zone_id, options.name.c_str());
     table->schema = options.schema;
-    table->qos = tagTableQos{};
+    table->meta_version =
+        options.schema != nullptr ? vex_get_meta_current_version(options.schema) : -1;
     table->qos.iZoneID = options.zone_id;
     std::memcpy(table->qos.szTableName, options.name.data(),
                 std::min(options.name.size(), sizeof(table->qos.szTableName)));
-    table->check_asked_ms = 0;
     {
       OstrandCommon::ScopedWriteLock lock(m_register_table_lock);
       RegisterTableInfo& info = m_register_table[options.zone_id][options.name];
@@ -125,50 +189,149 @@ void Service::RegisterTables() {
       info.check_ret = options.schema != nullptr ? RegisterTableInfo::kCheckPending
                                                  : RegisterTableInfo::kCheckPassed;
     }
-    FindZone(options.zone_id)->router->SetQos(&table->qos);
+    zone.router->SetQos(&table->qos);
+    if (options.schema != nullptr) {
+      m_checks.Add(zone, options.name, table->meta_version);
+    }
     m_tables.push_back(std::move(table));
   }
 }
 
 void Service::UnregisterTables() {
   for (const auto& table : m_tables) {
-    OstrandRouter* router = RouterOf(table->zone_id);
-    if (router != nullptr) {
-      router->RemoveTableQos(table->zone_id, table->name.c_str());
-    }
+    ZoneAt(table->zone).router->RemoveTableQos(ZoneAt(table->zone).zone_id, table->name.c_str());
   }
 }
 
 void Service::Stop() {
-  if (m_connectors == nullptr) {
-    return;
-  }
-  m_connectors->Stop();
   m_directory.reset();
+  m_directory_connectors.reset();
   UnregisterTables();
+  for (const auto& zone : m_zones) {
+    zone->router.reset();
+  }
   m_zones.clear();
+  m_zone_events.clear();
   m_tables.clear();
-  m_connectors.reset();
 }
 
 void Service::Update() {
-  const int64_t monotonic_ms = OstrandCommon::GetMonotonicMilliseconds();
-  const char* signature = m_options.signature.empty() ? nullptr : m_options.signature.c_str();
-  {
-    ScopedPause pause(GetNetThread());
-    m_directory->Update(monotonic_ms);
-    for (const auto& zone : m_zones) {
-      zone->router->OnUpdate(OstrandCommon::GetCurrentMilliseconds(), 0, signature, nullptr,
-                             nullptr);
-    }
-    CheckSchemas(monotonic_ms);
+  m_is_due = false;
+  m_directory->Update(m_loop.NowMs());
+  for (const auto& zone : m_zones) {
+    UpdateZone(*zone);
   }
+  m_checks.Update(m_loop.NowMs(), *m_scratch_pkg, m_scratch.get(), kScratchSize);
   m_statistics.ReuseIdleAccesses();
-  if (monotonic_ms - m_minute_began_ms >= kMinuteMs) {
-    m_minute_began_ms = monotonic_ms;
+  if (m_loop.NowMs() - m_minute_began_ms >= kMinuteMs) {
+    m_minute_began_ms = m_loop.NowMs();
     EveryMinute();
   }
-  m_connectors->Flush();
+  m_due_ms = NextDueMs();
+}
+
+void Service::UpdateZone(Zone& zone) {
+  const char* signature = m_options.signature.empty() ? nullptr : m_options.signature.c_str();
+  const uint32_t interval_ms =
+      zone.heartbeats == 1 ? zone.first_period_ms : zone.heartbeat_ms;
+  const int64_t now_ms = OstrandCommon::ReadCurrentMicroseconds() / 1000;
+  zone.router->OnUpdate(now_ms, 0, signature, nullptr, nullptr);
+  if (now_ms - zone.last_heartbeat_ms > interval_ms) {
+    zone.last_heartbeat_ms = now_ms;
+    ++zone.heartbeats;
+  }
+  ApplyIntervals(zone);
+  if (zone.lists_changed) {
+    LookWhatIsInUse(zone);
+  }
+  zone.look_again = true;
+}
+
+// Heartbeats: the first period is another one. Silence: what was the owner's own is forgiven until
+// every proxy had the whole time again.
+void Service::ApplyIntervals(Zone& zone) {
+  zone.router->SetHeartbeatInterval(zone.heartbeats == 1 ? zone.first_period_ms
+                                                         : zone.heartbeat_ms);
+  const bool forgives = m_forgiven_ms > 0 &&
+                        m_loop.NowMs() - m_paused_at_ms < int64_t{zone.check_heartbeat_ms};
+  const int64_t check_ms = zone.check_heartbeat_ms + (forgives ? m_forgiven_ms : 0);
+  zone.router->SetCheckHeartbeatInterval(
+      static_cast<uint32_t>(std::min<int64_t>(check_ms, INT32_MAX)));
+}
+
+void Service::OnOwnerPaused(int64_t paused_ms) {
+  int64_t longest_ms = 0;
+  for (const auto& zone : m_zones) {
+    longest_ms = std::max<int64_t>(longest_ms, zone->check_heartbeat_ms);
+  }
+  const bool is_first = m_forgiven_ms == 0 || m_loop.NowMs() - m_paused_at_ms - paused_ms >= longest_ms;
+  m_forgiven_ms = is_first ? paused_ms : m_forgiven_ms + paused_ms;
+  m_paused_at_ms = m_loop.NowMs();
+  for (const auto& zone : m_zones) {
+    ApplyIntervals(*zone);
+  }
+  m_is_due = true;
+}
+
+void Service::LookWhatIsInUse(Zone& zone) {
+  int count = 0;
+  zone.router->GetProxyStatus(m_rows.data(), static_cast<int>(m_rows.size()), count);
+  std::set<std::string_view> in_use;
+  for (int i = 0; i < count; ++i) {
+    in_use.insert(m_rows[static_cast<size_t>(i)].proxy_url);
+  }
+  for (const auto& connector : zone.connectors->Connectors()) {
+    connector->is_in_use = in_use.count(connector->GetURL()) != 0;
+  }
+  zone.lists_changed = false;
+}
+
+bool Service::CanRoute(Zone& zone) {
+  if (!zone.look_again) {
+    return zone.can_route;
+  }
+  zone.look_again = false;
+  const auto& connectors = zone.connectors->Connectors();
+  const bool can_route =
+      !zone.circle_line.empty() &&
+      std::any_of(connectors.begin(), connectors.end(),
+                  [](const auto& connector) { return Zone::IsUsable(*connector); });
+  zone.wake = zone.wake || (can_route && !zone.can_route);
+  zone.can_route = can_route;
+  return can_route;
+}
+
+int32_t Service::WhyNoRoute(const Zone& zone) const {
+  const auto& connectors = zone.connectors->Connectors();
+  if (connectors.empty()) {
+    return CLIENT_ERR_DIRECTORY;
+  }
+  for (const auto& connector : connectors) {
+    const int32_t verdict = static_cast<const ProxyServer*>(connector->arg())->last_auth_result;
+    if (verdict < -1) {  // refused
+      return verdict;
+    }
+  }
+  return zone.circle_line.empty() ? CLIENT_ERR_NOT_READY : ROUTER_ERR_NO_ROUTE;
+}
+
+int64_t Service::NextDueMs() {
+  int64_t due_ms = std::min(m_directory->NextDueMs(), m_checks.NextDueMs());
+  const int64_t now_ms = m_loop.NowMs();
+  const int64_t wall_ms = OstrandCommon::GetCurrentMilliseconds();
+  for (const auto& zone : m_zones) {
+    const auto& connectors = zone->connectors->Connectors();
+    const bool is_settled =
+        std::all_of(connectors.begin(), connectors.end(),
+                    [](const auto& connector) { return Zone::IsUsable(*connector); });
+    const int64_t tick_ms =
+        !is_settled ? kUnsettledMs : (zone->latency->InFlight() > 0 ? kBusyMs : kIdleMs);
+    const uint32_t interval_ms =
+        zone->heartbeats == 1 ? zone->first_period_ms : zone->heartbeat_ms;
+    const int64_t heartbeat_in_ms = zone->last_heartbeat_ms + interval_ms + 1 - wall_ms;
+    due_ms = std::min(due_ms, now_ms + std::clamp<int64_t>(heartbeat_in_ms, 1, tick_ms));
+  }
+  return due_ms;
 }
 
 void Service::EveryMinute() {
@@ -191,12 +354,23 @@ void Service::OnDirectoryAnswer(int32_t zone_id,
     SERVICE_LOG(OSTRAND_LOG_LEVEL_ERROR, "zone %d: the route could not be taken, code %d", zone_id,
                 ret);
   }
+  zone.lists_changed = true;
+  int32_t code = 0;
+  std::string text;
+  GetLastError(code, text);
+  if (code == CLIENT_ERR_DIRECTORY) {
+    SetLastError(0, nullptr);
+  }
   TakeSettings(zone, answer.stBody.stResGetTablesAndAccess.stConfData);
+}
+
+void Service::OnDirectoryFailure(const char* url, const char* reason) {
+  const std::string text = std::string("directory ") + url + ": " + reason;
+  SetLastError(CLIENT_ERR_DIRECTORY, text.c_str());
 }
 
 // What the directory sets holds; what it does not set (0 or less) stays as the options have it.
 void Service::TakeSettings(Zone& zone, const ostrand_protocol_dir::tagConfData& conf) {
-  OstrandRouter& router = *zone.router;
   const auto chosen = [](int32_t set, auto own) {
     return set > 0 ? static_cast<decltype(own)>(set) : own;
   };
@@ -207,11 +381,12 @@ void Service::TakeSettings(Zone& zone, const ostrand_protocol_dir::tagConfData& 
     SERVICE_LOG(OSTRAND_LOG_LEVEL_ERROR,
                 "zone %d: the directory's heartbeat settings cannot be used: every %u ms, silence "
                 "after %u ms",
-                router.GetZoneId(), heartbeat_ms, check_ms);
+                zone.zone_id, heartbeat_ms, check_ms);
   }
   zone.settings_fit = fit;
-  router.SetHeartbeatInterval(fit ? heartbeat_ms : m_options.heartbeat_ms);
-  router.SetCheckHeartbeatInterval(fit ? check_ms : m_options.check_heartbeat_ms);
+  zone.heartbeat_ms = fit ? heartbeat_ms : m_options.heartbeat_ms;
+  zone.check_heartbeat_ms = fit ? check_ms : m_options.check_heartbeat_ms;
+  ApplyIntervals(zone);
 
   JudgeProxyOption judge = Judge::kDefaultOption;
   judge.threshold = chosen(conf.iJudgeThreshold, judge.threshold);
@@ -220,7 +395,7 @@ void Service::TakeSettings(Zone& zone, const ostrand_protocol_dir::tagConfData& 
   judge.recheck_available_interval =
       chosen(conf.iRecheckInterval, judge.recheck_available_interval);
   judge.max_remove_rate = chosen(conf.iMaxRemoveRate, judge.max_remove_rate);
-  m_judge.SetProxyOption(static_cast<int32_t>(m_options.app_id), router.GetZoneId(), judge);
+  m_judge.SetProxyOption(static_cast<int32_t>(m_options.app_id), zone.zone_id, judge);
 }
 
 bool Service::IsReady() {
@@ -232,8 +407,18 @@ bool Service::IsReady() {
     }
   }
   return std::all_of(m_tables.begin(), m_tables.end(), [this](const auto& table) {
-    return TableCheckResult(table->zone_id, table->name.c_str()) == 0;
+    return TableCheckResult(ZoneAt(table->zone).zone_id, table->name.c_str()) == 0;
   });
+}
+
+int32_t Service::SchemaRefusal() {
+  for (const auto& table : m_tables) {
+    const int32_t ret = TableCheckResult(ZoneAt(table->zone).zone_id, table->name.c_str());
+    if (ret < 0) {
+      return ret;
+    }
+  }
+  return 0;
 }
 
 int32_t Service::TableCheckResult(int32_t zone_id, const char* table_name) {
@@ -247,79 +432,7 @@ int32_t Service::TableCheckResult(int32_t zone_id, const char* table_name) {
                                      : RegisterTableInfo::kCheckPending;
 }
 
-// Probes each zone once after its first sign-ups, and asks for the schemas that are still to be
-// checked. Called while the network thread stands.
-void Service::CheckSchemas(int64_t now_ms) {
-  for (const auto& zone : m_zones) {
-    // A ring that was never written has no proxy to ask.
-    if (!zone->probed && !zone->circle_line.empty()) {
-      Probe(*zone, now_ms);
-    }
-  }
-  for (const auto& table : m_tables) {
-    const bool is_due =
-        table->check_asked_ms == 0 || now_ms - table->check_asked_ms >= kSchemaRetryMs;
-    Zone& zone = *FindZone(table->zone_id);
-    if (table->schema != nullptr && is_due && zone.probed &&
-        TableCheckResult(table->zone_id, table->name.c_str()) == RegisterTableInfo::kCheckPending) {
-      AskForSchema(zone, *table, now_ms);
-    }
-  }
-}
-
-// The router's own probe asks for the zone's first table and handles its answer.
-void Service::Probe(Zone& zone, int64_t now_ms) {
-  const auto first = std::find_if(m_tables.begin(), m_tables.end(), [&zone](const auto& table) {
-    return table->zone_id == zone.zone_id;
-  });
-  if (first == m_tables.end()) {
-    return;
-  }
-  Table& table = **first;
-  ProxyServer* server = nullptr;
-  if (zone.router->GetRouterProxyServer(server, nullptr, zone.zone_id, table.name.c_str()) == 0 &&
-      zone.router->SendGetMetaReqForRecheckProxyAvailable(server) == 0) {
-    zone.probed = true;
-    table.check_asked_ms = now_ms;
-  }
-}
-
-// The other tables are asked for like the application asks for records.
-void Service::AskForSchema(Zone& zone, Table& table, int64_t now_ms) {
-  m_own_request->Init(ostrand_protocol_cs::OSTRAND_API_METADATA_GET_REQ, table.zone_id,
-                      table.name.c_str());
-  m_own_request->SetAppId(static_cast<int32_t>(m_options.app_id));
-  m_own_request->SetAsynID(m_next_own_asyn_id++);
-  if (zone.router->SendRequest(m_own_request.get()) == 0 && m_own_request->net_size != 0) {
-    table.check_asked_ms = now_ms;
-  }
-}
-
-bool Service::TakeOwnAnswer(ClientResponse& response) {
-  if (response.GetAsynID() < kFirstOwnAsynId) {
-    return false;
-  }
-  OstrandRouter* router = RouterOf(response.GetZoneId());
-  const OStrandPkg* pkg = nullptr;
-  response.GetOstrandPackagePtr(pkg);
-  if (router != nullptr && pkg != nullptr && response.GetResult() == 0 &&
-      response.GetCmd() == ostrand_protocol_cs::OSTRAND_API_METADATA_GET_RES) {
-    ScopedPause pause(GetNetThread());
-    router->ProcessGetMetaResForCheckTable(const_cast<OStrandPkg*>(pkg));  // NOLINT
-  }
-  return true;
-}
-
-int32_t Service::FindTable(int32_t zone_id, const char* table_name) const {
-  for (const auto& table : m_tables) {
-    if (table->zone_id == zone_id && table->name == table_name) {
-      return table->subscript;
-    }
-  }
-  return -1;
-}
-
-Service::Zone* Service::FindZone(int32_t zone_id) const {
+Zone* Service::FindZone(int32_t zone_id) const {
   for (const auto& zone : m_zones) {
     if (zone->zone_id == zone_id) {
       return zone.get();
@@ -328,30 +441,12 @@ Service::Zone* Service::FindZone(int32_t zone_id) const {
   return nullptr;
 }
 
-OstrandRouter* Service::RouterOf(int32_t zone_id) const {
-  const Zone* zone = FindZone(zone_id);
-  return zone != nullptr ? zone->router.get() : nullptr;
-}
-
-size_t Service::InFlight(int32_t zone_id) const {
-  const Zone* zone = FindZone(zone_id);
-  return zone != nullptr ? zone->latency->InFlight() : 0;
-}
-
-const char* Service::TableName(int32_t zone_id, int32_t subscript) const {
-  for (const auto& table : m_tables) {
-    if (table->zone_id == zone_id && table->subscript == subscript) {
-      return table->name.c_str();
-    }
-  }
-  return "";
-}
-
 std::string Service::StatusText() {
   std::string text;
   for (const auto& zone : m_zones) {
     text += "zone " + std::to_string(zone->zone_id) + "\n";
     text += "\tin_flight:" + std::to_string(zone->latency->InFlight()) + "\n";
+    text += "\twaiting:" + std::to_string(zone->waiting_count) + "\n";
     text += "\tring:" + zone->circle_line + "\n";
     text += zone->router->GetStatLog();
   }
@@ -368,19 +463,10 @@ void Service::NetThreadGetBufPkg(char*& buffer, size_t& size, OStrandPkg*& pkg) 
 const char* Service::GetApiVersion() { return kApiVersion; }
 
 int Service::GetTableMetaVersion(int zone_id, const char* table_name) {
-  if (table_name == nullptr) {
-    return -1;
-  }
-  for (const auto& table : m_tables) {
-    if (table->zone_id == zone_id && table->name == table_name && table->schema != nullptr) {
-      return vex_get_meta_current_version(table->schema);
-    }
-  }
-  return -1;
+  const int place = table_name != nullptr ? m_catalog.Find(zone_id, table_name) : -1;
+  return place >= 0 ? TableAt(static_cast<size_t>(place)).meta_version : -1;
 }
 
-// Both threads: the routers' alarm sets lock inside, and the zones stay as they are from Start to
-// Stop.
 void Service::SetDirAlarmErrorCode(int code) {
   for (const auto& zone : m_zones) {
     zone->router->SetAlarmErrorCode(code);
@@ -392,9 +478,10 @@ int Service::CompareEntryValueField(LPVEXMETA local, LPVEXMETA server) {
 }
 
 int Service::ReportDirHashCircleStat(int zone_id, std::string& line) {
-  Zone* zone = FindZone(zone_id);
+  Zone* const zone = FindZone(zone_id);
   if (zone != nullptr) {
     zone->circle_line = line;
+    zone->lists_changed = true;
   }
   return 0;
 }

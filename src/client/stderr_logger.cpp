@@ -1,7 +1,5 @@
 #include "client/stderr_logger.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <cstdarg>
@@ -44,11 +42,11 @@ void StderrLogger::Log(OstrandCommon::LogLevel level, int reserved, int module_i
   const char* at = text;
   auto left = static_cast<size_t>(length) + 1;
   while (left > 0) {
-    const ssize_t written = write(STDERR_FILENO, at, left);
+    const ssize_t written = m_system.WriteLog(at, left);
     if (written > 0) {
       at += written;
       left -= static_cast<size_t>(written);
-    } else if (written < 0 && errno != EINTR) {
+    } else if (written != -EINTR) {
       return;
     }
   }

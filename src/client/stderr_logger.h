@@ -5,13 +5,16 @@
 
 #include "common/logger.h"
 #include "common/relaxed.h"
+#include "net/system.h"
 
 namespace OstrandService {
 
 class StderrLogger : public OstrandCommon::Logger {
  public:
   // Lines above `level` are dropped.
-  explicit StderrLogger(OstrandCommon::LogLevel level) : m_level(level) {}
+  explicit StderrLogger(OstrandCommon::LogLevel level,
+                        OSTRNET::System& system = OSTRNET::System::Kernel())
+      : m_system(system), m_level(level) {}
 
   void Log(OstrandCommon::LogLevel level, int reserved, int module_id, const char* file, int line,
            const char* function, const char* format, ...) override
@@ -27,6 +30,7 @@ class StderrLogger : public OstrandCommon::Logger {
   void Fini() override {}
 
  private:
+  OSTRNET::System& m_system;
   OstrandCommon::Relaxed<int> m_level;
 };
 

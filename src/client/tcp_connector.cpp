@@ -157,8 +157,7 @@ void TcpConnector::Lose(const char* reason) {
     SetError(reason);
     m_mgr.LogClosed(m_url.c_str(), reason);
   }
-  const uint32_t in_flight = std::exchange(first_in_flight, kNothing);
-  if (in_flight != kNothing) {
+  if (!in_flight.empty()) {
     m_mgr.m_events.OnConnectionLost(in_flight, AnsweredBy(m_old_frames, m_frames));
   }
   KeepFramesOfOldConnection();
@@ -229,7 +228,7 @@ int64_t TcpConnector::OnInput(const char* data, size_t len) {
       continue;
     }
     if (m_callback(m_url.c_str(), frame, frame_len, m_arg) != 0) {
-      m_mgr.m_events.OnFrameHandled();
+      m_mgr.m_events.OnFrameHandled(size > kCmdOffset + 3 ? CmdOf(frame) : 0);
     } else if (m_frames.Push(frame, size)) {
       *m_may_have_incoming = true;
       ++m_mgr.m_frames_in;
@@ -311,8 +310,10 @@ int TcpConnector::SendToQ(const char* buf, unsigned int len, void* log_handle) {
   return static_cast<int>(len);
 }
 
+size_t TcpConnector::MostRoom(size_t limit) { return limit - std::min(kOwnReserve, limit / 4); }
+
 size_t TcpConnector::Room() const {
-  const size_t reserve = std::min(kOwnReserve, m_limit / 4);
+  const size_t reserve = m_limit - MostRoom(m_limit);
   const size_t room = m_stream.OutputRoom();
   return room > reserve ? room - reserve : 0;
 }

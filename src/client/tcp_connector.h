@@ -21,6 +21,7 @@
 #include <vector>
 
 #include "client/frame_queue.h"
+#include "client/request_chain.h"
 #include "common/relaxed.h"
 #include "net/address.h"
 #include "net/event_loop.h"
@@ -40,7 +41,6 @@ class TcpConnector : public OSTRNET::CConnector, private OSTRNET::TcpStream::Lis
   static constexpr int kLongestPauseMs = 5000;
   // How long after it read again a silence is still its own.
   static constexpr int kReadAgainMs = 1000;
-  static constexpr uint32_t kNothing = UINT32_MAX;
 
   // limit: bytes that each direction may hold.
   TcpConnector(TcpConnectorMgr& mgr, const char* url, OSTRNET::TcpAddress address,
@@ -73,6 +73,8 @@ class TcpConnector : public OSTRNET::CConnector, private OSTRNET::TcpStream::Lis
   // Number of the connection; another one with each that comes up. 0: none yet.
   uint64_t connection() const { return m_connection; }
 
+  // The longest request that a connector of this limit can ever have room for.
+  static size_t MostRoom(size_t limit);
   // Bytes that may be queued before the reserve for the router's own packages begins.
   size_t Room() const;
   // Somebody waits for Room: when half of what is queued now is gone, it is told once
@@ -80,8 +82,8 @@ class TcpConnector : public OSTRNET::CConnector, private OSTRNET::TcpStream::Lis
   void TellRoom();
   bool TellsRoom() const { return m_room_told_at != kNobodyWaits; }
 
-  // The first of the requests in flight on this connection: whoever keeps them chains them here.
-  uint32_t first_in_flight = kNothing;
+  // The requests in flight on this connection: whoever keeps them chains them here.
+  RequestChain in_flight;
   // Whether requests are routed to it: whoever knows the route says so.
   bool is_in_use = false;
 

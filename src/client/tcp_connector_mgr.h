@@ -25,9 +25,10 @@ class ConnectorEvents {
  public:
   // One came up, or was lost, or an attempt failed.
   virtual void OnConnectionChanged() {}
-  // first_in_flight: the connector's chain, which it gave up. answered: asynchronous ids of
-  // requests whose whole answers lie in its queue.
-  virtual void OnConnectionLost(uint32_t /*first_in_flight*/, std::vector<uint64_t> /*answered*/) {}
+  // in_flight: the connector's chain, which is to be emptied. answered: asynchronous ids of
+  // requests whose whole answers lie in its queue; sorted.
+  virtual void OnConnectionLost(RequestChain& /*in_flight*/,
+                                const std::vector<uint64_t>& /*answered*/) {}
   // Whole answers that lay in the queue are gone: it was full of old ones, or the connector is.
   virtual void OnAnswersDropped(const std::vector<uint64_t>& /*asyn_ids*/) {}
   // A connector that TellsRoom has it.
@@ -36,8 +37,8 @@ class ConnectorEvents {
   virtual bool TakeFrame(const TcpConnector& /*connector*/, const char* /*frame*/, size_t /*len*/) {
     return false;
   }
-  // The receive callback took a frame.
-  virtual void OnFrameHandled() {}
+  // The receive callback took a frame of this command.
+  virtual void OnFrameHandled(uint32_t /*cmd*/) {}
   // Whether a Disconnect of a connector that does not read is for its silence alone.
   virtual bool IsForSilence(const TcpConnector& /*connector*/) { return false; }
 
