@@ -146,6 +146,7 @@ class OSTRAND_API ClientResponse {
   // for table and user bytes: the outcome stands, but has none of them.
   int SetOutcome(const OutcomeHead& outcome);
   void SetAsynID(uint64_t async_id) { m_head.async_id = async_id; }
+  size_t SizeInMemory() const { return sizeof(*this) + m_bytes.size(); }
   // No outcome; the room stays.
   void Clear();
 

@@ -175,29 +175,36 @@ int PollingClient::Impl::Receive(ClientResponse& response, int timeout_ms) {
   if (TakeKept(response)) {
     return 1;
   }
-  if (++handed_out < kOutcomesARound &&
-      core->TakeOutcome(response) == ClientCore::Taken::kOutcome) {
-    return 1;
+  ClientCore::Taken taken = ClientCore::Taken::kLookAgain;
+  if (handed_out < kOutcomesARound) {
+    ++handed_out;
+    taken = core->TakeOutcome(response);
+    if (taken == ClientCore::Taken::kOutcome) {
+      return 1;
+    }
   }
   core->LookAfterOwner();
+  if (taken == ClientCore::Taken::kLookAgain) {  // some may be there: the sockets, without waiting
+    core->Round(INT64_MIN);
+    handed_out = 0;
+    if (core->TakeOutcome(response) == ClientCore::Taken::kOutcome) {
+      return 1;
+    }
+  }
   return WaitForOutcome(response, core->Loop().NowMs() + timeout_ms);
 }
 
 int PollingClient::Impl::WaitForOutcome(ClientResponse& response, int64_t until_ms) {
-  for (int64_t wait_until_ms = core->HasFrames() ? 0 : until_ms;; wait_until_ms = until_ms) {
-    core->Round(wait_until_ms);
+  ClientCore::Taken taken = ClientCore::Taken::kNothing;
+  do {
+    core->Round(taken == ClientCore::Taken::kLookAgain ? INT64_MIN : until_ms);
     handed_out = 0;
-    ClientCore::Taken taken = ClientCore::Taken::kLookAgain;
-    while (taken == ClientCore::Taken::kLookAgain) {
-      taken = core->TakeOutcome(response);
-    }
+    taken = core->TakeOutcome(response);
     if (taken == ClientCore::Taken::kOutcome) {
       return 1;
     }
-    if (core->Loop().NowMs() >= until_ms) {
-      return 0;
-    }
-  }
+  } while (core->Loop().NowMs() < until_ms);
+  return 0;
 }
 
 int PollingClient::Call(ClientRequest& request, ClientResponse& response) {
