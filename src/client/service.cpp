@@ -55,7 +55,7 @@ int Service::Start() {
   if (m_pack_buffer == nullptr || m_scratch == nullptr || m_scratch_pkg == nullptr) {
     return ROUTER_ERR_ALLOCATION;
   }
-  m_own_request = std::make_unique<ClientRequest>();
+  m_own_request = std::make_unique<RouterRequest>();
   for (const int32_t zone_id : m_options.zones) {
     const int ret = StartZone(zone_id);
     if (ret != 0) {
@@ -286,8 +286,8 @@ void Service::Probe(Zone& zone, int64_t now_ms) {
 
 // The other tables are asked for like the application asks for records.
 void Service::AskForSchema(Zone& zone, Table& table, int64_t now_ms) {
-  m_own_request->Init(ostrand_protocol_cs::OSTRAND_API_METADATA_GET_REQ, table.zone_id,
-                      table.name.c_str());
+  m_schema_request.GetMetadata(table.name).Zone(table.zone_id);
+  m_own_request->Load(m_schema_request.Head(), m_schema_request.Bytes());
   m_own_request->SetAppId(static_cast<int32_t>(m_options.app_id));
   m_own_request->SetAsynID(m_next_own_asyn_id++);
   if (zone.router->SendRequest(m_own_request.get()) == 0 && m_own_request->net_size != 0) {
@@ -295,7 +295,7 @@ void Service::AskForSchema(Zone& zone, Table& table, int64_t now_ms) {
   }
 }
 
-bool Service::TakeOwnAnswer(ClientResponse& response) {
+bool Service::TakeOwnAnswer(RouterResponse& response) {
   if (response.GetAsynID() < kFirstOwnAsynId) {
     return false;
   }
@@ -317,6 +317,31 @@ int32_t Service::FindTable(int32_t zone_id, const char* table_name) const {
     }
   }
   return -1;
+}
+
+int32_t Service::ZoneOfTable(int32_t zone_id, const char* table_name) const {
+  if (zone_id != kZoneNotGiven) {
+    return zone_id;
+  }
+  int32_t found = kZoneNotGiven;
+  for (const auto& table : m_tables) {
+    if (table->name == table_name) {
+      if (found != kZoneNotGiven) {
+        return kZoneNotGiven;
+      }
+      found = table->zone_id;
+    }
+  }
+  return found;
+}
+
+LPVEXMETA Service::TableSchema(int32_t zone_id, const char* table_name) const {
+  for (const auto& table : m_tables) {
+    if (table->zone_id == zone_id && table->name == table_name) {
+      return table->schema;
+    }
+  }
+  return nullptr;
 }
 
 Service::Zone* Service::FindZone(int32_t zone_id) const {

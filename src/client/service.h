@@ -14,10 +14,11 @@
 
 #include "client/client_options.h"
 #include "client/client_request.h"
-#include "client/client_response.h"
 #include "client/directory_client.h"
 #include "client/judge.h"
 #include "client/latency_data_table.h"
+#include "client/router_request.h"
+#include "client/router_response.h"
 #include "client/statistic_mgr.h"
 #include "client/stderr_logger.h"
 #include "client/tcp_connector_mgr.h"
@@ -47,6 +48,11 @@ class Service : public OstrandServer, private DirectoryListener {
 
   // The table's subscript in the statistics, or -1 for one that is not registered.
   int32_t FindTable(int32_t zone_id, const char* table_name) const;
+  // The zone that is meant: the given one or, for kZoneNotGiven, the only one that has the table;
+  // kZoneNotGiven when there is none, or several.
+  int32_t ZoneOfTable(int32_t zone_id, const char* table_name) const;
+  // The application's own schema of a registered table; null when there is none.
+  LPVEXMETA TableSchema(int32_t zone_id, const char* table_name) const;
   // The name of a registered table; empty for another subscript.
   const char* TableName(int32_t zone_id, int32_t subscript) const;
   // 0 passed or nothing to check; the code of the difference; 1 not checked yet.
@@ -60,7 +66,7 @@ class Service : public OstrandServer, private DirectoryListener {
   TcpConnectorMgr& Connectors() { return *m_connectors; }
 
   // Takes an answer to one of the service's own requests. False: it is the application's.
-  bool TakeOwnAnswer(ClientResponse& response);
+  bool TakeOwnAnswer(RouterResponse& response);
 
   // Asynchronous ids from here on are the service's own.
   static constexpr uint64_t kFirstOwnAsynId = uint64_t{1} << 63;
@@ -119,7 +125,8 @@ class Service : public OstrandServer, private DirectoryListener {
   std::unique_ptr<char[]> m_pack_buffer;
   std::unique_ptr<char[]> m_scratch;
   std::unique_ptr<ostrand_protocol_cs::OStrandPkg> m_scratch_pkg;
-  std::unique_ptr<ClientRequest> m_own_request;
+  ClientRequest m_schema_request;
+  std::unique_ptr<RouterRequest> m_own_request;
   std::vector<std::unique_ptr<Zone>> m_zones;
   std::unique_ptr<DirectoryClient> m_directory;
   uint64_t m_next_own_asyn_id = kFirstOwnAsynId;
