@@ -5,37 +5,21 @@
 #include <utility>
 
 #include "client/pending_requests.h"
+#include "client/request_check.h"
+#include "client/router_request.h"
+#include "client/router_response.h"
 #include "client/service.h"
 #include "common/clock.h"
-#include "common/ostrand_reqresp_util.h"
-#include "protocol/ostrand_protocol_cs.h"
 
 namespace OstrandService {
 namespace {
 
-using namespace ostrand_protocol_cs;  // NOLINT: commands
 using OstrandCommon::GetMonotonicMilliseconds;
-using OstrandCommon::OstrandReqRespUtil;
 
 constexpr size_t kSendTogether = 256;
 constexpr size_t kUpdatesForAllOverdue = 100;
 constexpr size_t kPassOverInAPoll = 1024;  // packages that are no outcome
 constexpr int kPollAgain = 2;
-
-bool IsCommandOfApplication(uint32_t cmd) {
-  return cmd == OSTRAND_API_METADATA_GET_REQ || OstrandReqRespUtil::IsReadRequest(cmd, 0) ||
-         OstrandReqRespUtil::IsWriteRequest(cmd, 0);
-}
-
-bool NeedsKey(uint32_t cmd) {
-  return OstrandReqRespUtil::IsSimpleReadRequest(cmd, 0) ||
-         OstrandReqRespUtil::IsSimpleWriteRequest(cmd, 0);
-}
-
-bool EachFieldHasAValue(const OStrandKeySet& key) {
-  return std::all_of(key.astFields, key.astFields + key.dwFieldNum,
-                     [](const OStrandKeyField& field) { return field.dwFieldLen != 0; });
-}
 
 // Memory that runs out is a code here like everything else.
 template <typename Body>
@@ -56,9 +40,9 @@ struct Client::Impl {
   int Start();
   int WaitReady(int timeout_ms);
   int Send(ClientRequest& request);
-  int SendToRouter(OstrandRouter& router, ClientRequest& request, PendingRequest& entry);
+  int SendToRouter(OstrandRouter& router, PendingRequest& entry);
   int Poll(ClientResponse& response);
-  bool IsOutcome(ClientResponse& response);
+  bool IsOutcome();
   void TimeOut(PendingRequest& request, ClientResponse& response);
   int Receive(ClientResponse& response, int timeout_ms);
   int Call(ClientRequest& request, ClientResponse& response);
@@ -69,6 +53,8 @@ struct Client::Impl {
   std::unique_ptr<Service> service;  // null before Start and behind Stop
   PendingRequests pending;
   ClientCounters counters;
+  RouterRequest router_request;
+  RouterResponse router_response;
   ClientResponse own_response;  // for answers that nobody waits for
   int64_t update_due_ms = 0;
   size_t queued = 0;     // requests sent since the last flush
@@ -149,38 +135,38 @@ int Client::Send(ClientRequest& request) {
 
 int Client::Impl::Send(ClientRequest& request) {
   const int64_t now_ms = UpdateIfDue();
-  const uint32_t cmd = request.GetCmd();
-  if (!IsCommandOfApplication(cmd)) {
-    return CLIENT_ERR_REQUEST;
+  if (const int ret = CheckComplete(request)) {
+    return ret;
   }
-  const char* table_name = request.GetTableName(nullptr);
-  OstrandRouter* router = service->RouterOf(request.GetZoneId());
-  const int32_t subscript =
-      table_name != nullptr ? service->FindTable(request.GetZoneId(), table_name) : -1;
+  const char* const table_name = request.GetTableName();
+  const int32_t zone_id = service->ZoneOfTable(request.GetZoneId(), table_name);
+  OstrandRouter* const router = service->RouterOf(zone_id);
+  const int32_t subscript = service->FindTable(zone_id, table_name);
   if (router == nullptr || subscript < 0) {
     return CLIENT_ERR_TABLE;
   }
-  const OStrandKeySet& key = request.GetPkg()->stHead.stKeyInfo;
-  if ((NeedsKey(cmd) && key.dwFieldNum == 0) || !EachFieldHasAValue(key)) {
-    return CLIENT_ERR_KEY;
+  if (const int ret = request.ApplySchema(service->TableSchema(zone_id, table_name))) {
+    return ret;
   }
   PendingRequest* entry = pending.Add();
   if (entry == nullptr) {
     return CLIENT_ERR_TOO_MANY;
   }
-  if (request.timeout_ms <= 0) {
-    request.timeout_ms = options.default_timeout_ms;
-  }
-  entry->cmd = cmd;
-  entry->zone_id = request.GetZoneId();
+  const int32_t timeout_ms =
+      request.GetTimeout() > 0 ? request.GetTimeout() : options.default_timeout_ms;
+  entry->cmd = request.GetCmd();
+  entry->zone_id = zone_id;
   entry->subscript = subscript;
   entry->seq = request.GetSequence();
-  entry->deadline_ms = now_ms + request.timeout_ms;
+  entry->deadline_ms = now_ms + timeout_ms;
   request.SetAsynID(entry->asyn_id);
-  request.SetTableSubscript(subscript);
-  request.SetAppId(static_cast<int32_t>(options.app_id));
-  request.SetMetaVersion(service->GetTableMetaVersion(request.GetZoneId(), table_name));
-  const int ret = SendToRouter(*router, request, *entry);
+  router_request.Load(request.Head(), request.Bytes());
+  router_request.SetZoneId(zone_id);
+  router_request.SetTimeout(timeout_ms);
+  router_request.SetTableSubscript(subscript);
+  router_request.SetAppId(static_cast<int32_t>(options.app_id));
+  router_request.SetMetaVersion(service->GetTableMetaVersion(zone_id, table_name));
+  const int ret = SendToRouter(*router, *entry);
   if (ret != 0) {
     pending.Remove(entry->asyn_id);
     return ret;
@@ -194,15 +180,13 @@ int Client::Impl::Send(ClientRequest& request) {
   return 0;
 }
 
-int Client::Impl::SendToRouter(OstrandRouter& router, ClientRequest& request,
-                               PendingRequest& entry) {
+int Client::Impl::SendToRouter(OstrandRouter& router, PendingRequest& entry) {
   const size_t in_flight = service->InFlight(entry.zone_id);
-  request.net_size = 0;
-  const int ret = router.SendRequest(&request);
+  const int ret = router.SendRequest(&router_request);
   if (ret != 0) {
     return ret;
   }
-  if (request.net_size == 0) {
+  if (router_request.net_size == 0) {
     return CLIENT_ERR_NOT_READY;
   }
   if (service->InFlight(entry.zone_id) == in_flight) {  // it went without a routing context
@@ -254,14 +238,16 @@ int Client::Impl::Poll(ClientResponse& response) {
   const TcpConnectorMgr& connectors = service->Connectors();
   const size_t zones = service->ZoneCount();
   size_t passed_over = 0;
+  router_response.SetTarget(&response);
   for (size_t i = 0; i < zones; ++i) {
     // The next poll begins behind it, so that a busy zone does not keep the others from their turn.
     OstrandRouter& router = service->RouterAt(next_zone);
     next_zone = (next_zone + 1) % zones;
     for (bool is_empty = false; !is_empty && passed_over < kPassOverInAPoll; ++passed_over) {
       const uint64_t consumed = connectors.FramesConsumed();
-      if (router.RecvResponse(&response, nullptr) == 1) {
-        if (IsOutcome(response)) {
+      if (router.RecvResponse(&router_response, nullptr) == 1) {
+        if (IsOutcome()) {
+          router_response.HandOver();
           return 1;
         }
       } else {
@@ -278,10 +264,11 @@ int Client::Impl::Poll(ClientResponse& response) {
 }
 
 // Whether it goes to the application: an answer to one of its pending requests.
-bool Client::Impl::IsOutcome(ClientResponse& response) {
-  if (service->TakeOwnAnswer(response)) {
+bool Client::Impl::IsOutcome() {
+  if (service->TakeOwnAnswer(router_response)) {
     return false;
   }
+  const RouterResponse& response = router_response;
   const uint64_t asyn_id = response.GetAsynID();
   PendingRequest* request = pending.Find(asyn_id);
   if (request == nullptr || request->cmd + 1 != response.GetCmd()) {
@@ -291,7 +278,7 @@ bool Client::Impl::IsOutcome(ClientResponse& response) {
     ++counters.dropped;
     return false;
   }
-  if (response.GetResult() == 0 && response.HaveMoreResPkgs() == 1) {
+  if (response.GetResult() == 0 && router_response.HaveMoreResPkgs() == 1) {
     request->deadline_ms = GetMonotonicMilliseconds() + options.default_timeout_ms;
     return true;
   }
@@ -304,9 +291,15 @@ bool Client::Impl::IsOutcome(ClientResponse& response) {
 }
 
 void Client::Impl::TimeOut(PendingRequest& request, ClientResponse& response) {
-  response.BuildTimeOutRes(options.app_id, request.zone_id,
-                           service->TableName(request.zone_id, request.subscript), request.cmd + 1,
-                           nullptr, 0, request.asyn_id, request.seq);
+  OutcomeHead outcome;
+  outcome.result = ClientResponse::kResultTimeOut;
+  outcome.cmd = request.cmd + 1;
+  outcome.async_id = request.asyn_id;
+  outcome.sequence = request.seq;
+  outcome.app_id = static_cast<int32_t>(options.app_id);
+  outcome.zone_id = request.zone_id;
+  outcome.table = service->TableName(request.zone_id, request.subscript);
+  response.SetOutcome(outcome);
   ++counters.timed_out;
   ++counters.outcomes;
   pending.Remove(request.asyn_id);

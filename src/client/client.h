@@ -8,11 +8,8 @@
 //   options.signature = "...";
 //   OstrandService::Client client(options);
 //   if (client.Start() != 0 || client.WaitReady(5000) != 0) { ... }
-//   OstrandService::ClientRequest request;
 //   OstrandService::ClientResponse response;
-//   request.Init(ostrand_protocol_cs::OSTRAND_API_GET_REQ, 1, "user");
-//   request.SetKey("id", "42", 2);
-//   int ret = client.Call(request, response);   // 0: response holds the answer
+//   int ret = client.Call(Get("user").Key("id", 42), response);   // 0: response holds the answer
 //
 // Outcomes: each request that Send accepted has exactly one outcome, which Receive hands out once:
 // its answer, or an answer with result -20499 when none came in time. An answer in several packages
@@ -52,10 +49,11 @@ enum ClientError : int {
   CLIENT_ERR_NOT_READY = -37395,    // 0x9213: no proxy has taken the sign-up yet; nothing was sent
   CLIENT_ERR_NOT_READY_IN_TIME = -37651,  // 0x9313
   CLIENT_ERR_BUSY = -37907,               // 0x9413: Call while other requests are in flight
-  CLIENT_ERR_TABLE = -38163,              // 0x9513: the request's table or zone is not registered
+  CLIENT_ERR_TABLE = -38163,              // 0x9513: the request's table or zone is not registered,
+                                          // or the table is in several zones and none was named
   CLIENT_ERR_TOO_MANY = -38419,           // 0x9613: max_in_flight requests are in flight
   CLIENT_ERR_REQUEST = -38675,            // 0x9713: the command is none of the application's
-  CLIENT_ERR_KEY = -38931,  // 0x9813: a record command without key, a key field without value
+  CLIENT_ERR_KEY = -38931,  // 0x9813: a record without key, a key field without value
 };
 
 struct ClientCounters {
@@ -81,8 +79,10 @@ class OSTRAND_API Client {
 
   // Sends a request; its object may be used again at once. request.GetAsynID() is then the id that
   // the outcome carries (the Client gives it). A time-out of 0 stands for the options' default.
-  // 0: accepted. Else nothing is in flight for it.
+  // 0: accepted. Else nothing is in flight for it: the fault of the request (request.FaultText says
+  // which field), a code of CheckComplete, of ClientRequest::ApplySchema, of the router.
   int Send(ClientRequest& request);
+  int Send(ClientRequest&& request) { return Send(request); }
 
   // Sends what is queued now.
   int Flush();
@@ -95,6 +95,7 @@ class OSTRAND_API Client {
   // response.GetResult()); else a code. Of an answer in several packages it is the first package;
   // the others follow with Receive.
   int Call(ClientRequest& request, ClientResponse& response);
+  int Call(ClientRequest&& request, ClientResponse& response) { return Call(request, response); }
 
   // Does what is due.
   int Update();

@@ -239,6 +239,9 @@ class OSTRAND_API ClientRequest {
   char* Body() { return m_bytes.data() + m_head.user_len + m_head.key_len; }
   const char* Body() const { return m_bytes.data() + m_head.user_len + m_head.key_len; }
   void Reset();
+  template <typename Visit>
+  void VisitFields(Visit&& visit) const;
+  void FitFields(const VexMeta& schema);
 
   RequestHead m_head;
   RequestBytes m_bytes;

@@ -1,197 +1,168 @@
 #include "client/client_response.h"
 
-#include <algorithm>
 #include <cstring>
-#include <new>
+#include <utility>
 
-#include "client/package_views.h"
+#include "protocol/byte_order.h"
 #include "protocol/codec.h"
+#include "protocol/ostrand_protocol_cs.h"
 #include "service_api/ostrand_router.h"
 
 namespace OstrandService {
 
-using namespace ostrand_protocol_cs;  // NOLINT: the records that an answer is made of
+using namespace ostrand_protocol_cs;  // NOLINT: the parts that an answer is made of
 
 namespace {
 
-constexpr size_t kSmallestUserBuff = 64;
+constexpr size_t kMultiPkgHeadLen = 5;  // iResult and bHasMorePkgs, before the records
 
-// The body of one package of an answer in several; null for other commands.
-OStrandMultiPkgRes* MultiPkgResOf(OStrandPkg& pkg) {
-  switch (BodyKindOfCmd(pkg.stHead.dwCmd)) {
-    case BodyKind::kListGetAllRes: return &pkg.stBody.stListGetAllRes;
-    case BodyKind::kGetByPartKeyRes: return &pkg.stBody.stGetByPartKeyRes;
-    default: return nullptr;
-  }
+// A big-endian number at the beginning of bytes that were checked.
+template <typename Int>
+Int At(const char* bytes) {
+  return LoadBigEndian<Int>(bytes);
 }
 
 }  // namespace
 
-ClientResponse::ClientResponse() : m_pkg(NewOStrandPkg()) {}
-ClientResponse::~ClientResponse() = default;
+ClientResponse::ClientResponse(ClientResponse&& other) noexcept
+    : m_head(std::exchange(other.m_head, ResponseHead())),
+      m_bytes(std::move(other.m_bytes)),
+      m_reader(std::exchange(other.m_reader, RecordReader())),
+      m_is_reading(std::exchange(other.m_is_reading, false)) {}
 
-int32_t ClientResponse::GetAppId() const {
-  return m_pkg != nullptr ? m_pkg->stHead.stRouterInfo.iAppID : 0;
-}
-
-int32_t ClientResponse::GetMetaVersion() const {
-  return m_pkg != nullptr ? m_pkg->stHead.iVexMetaVersion : -1;
-}
-
-bool ClientResponse::GetKey(std::string_view name, FieldView& field) const {
-  return m_pkg != nullptr && FindKeyField(m_pkg->stHead.stKeyInfo, name, field);
-}
-
-const OStrandRecords* ClientResponse::Records() const {
-  return m_pkg != nullptr ? RecordsOf(const_cast<const OStrandPkg&>(*m_pkg)) : nullptr;
-}
-
-uint32_t ClientResponse::GetRecordCount() const {
-  const OStrandRecords* const records = Records();
-  return records != nullptr ? records->dwRecordNum : 0;
-}
-
-bool ClientResponse::NextRecord(RecordView& record) {
-  if (!m_reader) {
-    const OStrandRecords* const records = Records();
-    if (records == nullptr) {
-      return false;
-    }
-    m_reader.emplace(*records);
+ClientResponse& ClientResponse::operator=(ClientResponse&& other) noexcept {
+  if (this != &other) {
+    m_head = std::exchange(other.m_head, ResponseHead());
+    m_bytes = std::move(other.m_bytes);
+    m_reader = std::exchange(other.m_reader, RecordReader());
+    m_is_reading = std::exchange(other.m_is_reading, false);
   }
-  return m_reader->Next(record);
+  return *this;
 }
 
-bool ClientResponse::GetValue(std::string_view name, FieldView& field) const {
-  const OStrandRecords* const records = Records();
-  if (records == nullptr) {
-    return false;
-  }
-  RecordView record;
-  return RecordReader(*records).Next(record) && record.FindValue(name, field);
+void ClientResponse::Clear() {
+  m_head = ResponseHead();
+  m_is_reading = false;
 }
 
-uint32_t ClientResponse::GetTTLCount() const {
-  return BodyKindOfCmd(GetCmd()) == BodyKind::kTTLRes ? m_pkg->stBody.stTTLRes.dwRecordNum : 0;
-}
-
-const OStrandRecordTTL* ClientResponse::GetTTL(uint32_t index) const {
-  return index < GetTTLCount() ? &m_pkg->stBody.stTTLRes.astRecordTTL[index] : nullptr;
-}
-
-const OStrandMetadataGetRes* ClientResponse::GetMetadata() const {
-  return GetCmd() == OSTRAND_API_METADATA_GET_RES ? &m_pkg->stBody.stMetadataGetRes : nullptr;
-}
-
-const char* ClientResponse::GetPkgUserBuff(size_t* len) {
-  if (len != nullptr) {
-    *len = m_pkg != nullptr ? m_pkg->stHead.dwUserBuffLen : 0;
+int ClientResponse::SetOutcome(const OutcomeHead& outcome) {
+  Clear();
+  m_head.async_id = outcome.async_id;
+  m_head.cmd = outcome.cmd;
+  m_head.result = outcome.result;
+  m_head.sequence = outcome.sequence;
+  m_head.app_id = outcome.app_id;
+  m_head.zone_id = outcome.zone_id;
+  const size_t table_len = outcome.table.size() + 1;
+  char* const bytes = m_bytes.Resize(table_len + outcome.user_bytes.size(), 0);
+  if (bytes == nullptr) {
+    return ROUTER_ERR_ALLOCATION;
   }
-  return m_pkg != nullptr ? m_pkg->stHead.szUserBuff : nullptr;
-}
-
-const char* ClientResponse::GetUserBuff(size_t* len) {
-  if (!m_has_user_buff) {
-    return GetPkgUserBuff(len);
-  }
-  if (len != nullptr) {
-    *len = m_user_buff_len;
-  }
-  return m_user_buff.get();
-}
-
-int ClientResponse::SetUserBuff(const char* buffer, unsigned int len) {
-  if (buffer == nullptr && len > 0) {
-    return ROUTER_ERR_ARGUMENT;
-  }
-  const size_t needed = size_t{len} + 1;  // with a NUL, for readers of text
-  std::unique_ptr<char[]> larger;
-  if (needed > m_user_buff_room) {
-    const size_t room = std::max({needed, m_user_buff_room * 2, kSmallestUserBuff});
-    larger.reset(new (std::nothrow) char[room]);
-    if (larger == nullptr) {
-      return ROUTER_ERR_ALLOCATION;
-    }
-    m_user_buff_room = room;
-    m_user_buff.swap(larger);
-  }
-  if (len > 0) {  // `buffer` may lie in what was the user buffer up to now
-    std::memmove(m_user_buff.get(), buffer, len);
-  }
-  m_user_buff[len] = '\0';
-  m_user_buff_len = len;
-  m_has_user_buff = true;
+  outcome.table.copy(bytes, outcome.table.size());
+  bytes[table_len - 1] = '\0';
+  outcome.user_bytes.copy(bytes + table_len, outcome.user_bytes.size());
+  m_head.table_len = static_cast<uint32_t>(table_len);
+  m_head.user_at = static_cast<uint32_t>(table_len);
+  m_head.user_len = static_cast<uint32_t>(outcome.user_bytes.size());
   return 0;
 }
 
-int ClientResponse::GetOstrandPackagePtr(const OStrandPkg*& pkg) {
-  pkg = m_pkg.get();
-  return m_pkg != nullptr ? 0 : ROUTER_ERR_ALLOCATION;
-}
-
-uint32_t ClientResponse::GetCmd() const { return m_pkg != nullptr ? m_pkg->stHead.dwCmd : 0; }
-
-uint32_t ClientResponse::GetSubCmd() const { return m_pkg != nullptr ? m_pkg->stHead.dwSubCmd : 0; }
-
-int32_t ClientResponse::GetResult() const { return m_pkg != nullptr ? m_pkg->stHead.iResult : 0; }
-
 const char* ClientResponse::GetTableName(size_t* len) const {
-  static const OStrandRouterInfo kNoName = {};
-  return TableNameOf(m_pkg != nullptr ? m_pkg->stHead.stRouterInfo : kNoName, len);
-}
-
-int32_t ClientResponse::GetZoneId() const {
-  return m_pkg != nullptr ? m_pkg->stHead.stRouterInfo.iZoneID : 0;
-}
-
-int32_t ClientResponse::GetSequence() const { return m_pkg != nullptr ? m_pkg->stHead.iSeq : 0; }
-
-uint64_t ClientResponse::GetAsynID() const {
-  return m_pkg != nullptr ? m_pkg->stHead.ullAsynID : 0;
-}
-
-const char* ClientResponse::GetPerfTest(size_t* len) const {
   if (len != nullptr) {
-    *len = m_pkg != nullptr ? m_pkg->stHead.dwPerfTestLen : 0;
+    *len = m_head.table_len > 0 ? m_head.table_len - 1 : 0;
   }
-  return m_pkg != nullptr ? m_pkg->stHead.szPerfTest : nullptr;
+  return m_head.table_len > 0 ? m_bytes.data() + m_head.table_at : nullptr;
 }
 
-int ClientResponse::HaveMoreResPkgs() {
-  const OStrandMultiPkgRes* const body = m_pkg != nullptr ? MultiPkgResOf(*m_pkg) : nullptr;
-  return body != nullptr && body->bHasMorePkgs != 0 ? 1 : 0;
+std::string_view ClientResponse::GetUserBuff() const {
+  return m_head.user_len > 0 ? std::string_view(m_bytes.data() + m_head.user_at, m_head.user_len)
+                             : std::string_view();
 }
 
-int ClientResponse::Unpack(const char* data, size_t len) {
-  m_has_user_buff = false;
-  m_reader.reset();
-  return m_pkg != nullptr
-             ? UnpackWholeCsPkgMaybeDecompress(*m_pkg, nullptr, 0, data, len, nullptr, nullptr, 0)
-             : ROUTER_ERR_ALLOCATION;
+bool ClientResponse::GetKey(std::string_view name, FieldView& field) const {
+  if (m_head.keys_at == 0) {
+    return false;
+  }
+  const char* const keys = m_bytes.data() + m_head.keys_at;
+  FieldReader fields(keys + 2 * sizeof(uint32_t), At<uint32_t>(keys + sizeof(int32_t)));
+  for (FieldView found; fields.Next(found);) {
+    if (found.name == name) {
+      field = found;
+      return true;
+    }
+  }
+  return false;
 }
 
-int ClientResponse::BuildTimeOutRes(int64_t app_id, int32_t zone_id, const char* table_name,
-                                    uint32_t resp_cmd, const char* user_buffer,
-                                    uint32_t user_buffer_len, uint64_t async_id, int32_t seq) {
-  m_has_user_buff = false;
-  m_reader.reset();
-  if (m_pkg == nullptr) {
-    return ROUTER_ERR_ALLOCATION;
+bool ClientResponse::HasRecords(uint32_t& count, const char*& records) const {
+  const BodyKind kind = BodyKindOfCmd(m_head.cmd);
+  const bool is_part = kind == BodyKind::kListGetAllRes || kind == BodyKind::kGetByPartKeyRes;
+  if (m_head.body_len == 0 ||
+      (!is_part && kind != BodyKind::kRecord && kind != BodyKind::kRecords)) {
+    return false;
   }
-  OStrandPkgHead& head = m_pkg->stHead;
-  head.construct();
-  head.dwCmd = resp_cmd;
-  head.iResult = kResultTimeOut;
-  head.stRouterInfo.iAppID = static_cast<int32_t>(app_id);
-  head.stRouterInfo.iZoneID = zone_id;
-  SetTableName(head.stRouterInfo, table_name);
-  head.ullAsynID = async_id;
-  head.iSeq = seq;
-  m_pkg->stBody.construct(resp_cmd);
-  if (OStrandMultiPkgRes* const body = MultiPkgResOf(*m_pkg)) {
-    body->iResult = kResultTimeOut;
+  const char* const body = Body().data() + (is_part ? kMultiPkgHeadLen : 0);
+  count = At<uint32_t>(body);
+  records = body + 2 * sizeof(uint32_t);
+  return true;
+}
+
+uint32_t ClientResponse::GetRecordCount() const {
+  uint32_t count = 0;
+  const char* records = nullptr;
+  return HasRecords(count, records) ? count : 0;
+}
+
+bool ClientResponse::NextRecord(RecordView& record) {
+  if (!m_is_reading) {
+    uint32_t count = 0;
+    const char* records = nullptr;
+    HasRecords(count, records);
+    m_reader = RecordReader(records, count);
+    m_is_reading = true;
   }
-  return user_buffer != nullptr ? SetUserBuff(user_buffer, user_buffer_len) : 0;
+  return m_reader.Next(record);
+}
+
+void ClientResponse::FirstRecord(RecordView& record) const {
+  uint32_t count = 0;
+  const char* records = nullptr;
+  HasRecords(count, records);
+  RecordReader(records, count).Next(record);
+}
+
+bool ClientResponse::GetValue(std::string_view name, FieldView& field) const {
+  RecordView record;
+  FirstRecord(record);
+  return record.FindValue(name, field);
+}
+
+uint32_t ClientResponse::GetTTLCount() const {
+  return BodyKindOfCmd(m_head.cmd) == BodyKind::kTTLRes && m_head.body_len > 0
+             ? At<uint32_t>(Body().data())
+             : 0;
+}
+
+bool ClientResponse::GetTTL(uint32_t index, RecordTTL& ttl) const {
+  if (index >= GetTTLCount()) {
+    return false;
+  }
+  const char* const entry = Body().data() + sizeof(uint32_t) + index * OSTRAND_TTL_ENTRY_LEN;
+  ttl.result = At<int32_t>(entry);
+  ttl.ttl_ms = At<int64_t>(entry + sizeof(int32_t));
+  return true;
+}
+
+bool ClientResponse::GetMetadata(TableMetadata& metadata) const {
+  if (m_head.cmd != OSTRAND_API_METADATA_GET_RES || m_head.body_len == 0) {
+    return false;
+  }
+  const char* const body = Body().data();
+  metadata.table_type = At<uint32_t>(body);
+  metadata.version = At<int32_t>(body + 4);
+  metadata.idl_type = At<int32_t>(body + 8);
+  metadata.image = {body + 16, At<uint32_t>(body + 12)};
+  return true;
 }
 
 }  // namespace OstrandService

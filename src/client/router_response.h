@@ -73,7 +73,9 @@ class OSTRAND_API RouterResponse : public OstrandServiceResponse {
   const std::unique_ptr<ostrand_protocol_cs::OStrandPkg> m_pkg;
   ClientResponse m_own;
   ClientResponse* m_target = &m_own;
-  size_t m_frame_len = 0;        // of the bytes in the target; the user buffer may stand behind
+  bool m_is_time_out = false;
+  size_t m_frame_len = 0;  // of the frame in the target's bytes, of a time-out the table name's;
+                           // what SetUserBuff set stands behind it
   bool m_has_user_buff = false;  // else the package's counts
   size_t m_user_buff_len = 0;
 };

@@ -13,7 +13,9 @@ namespace OstrandService {
   X(NOT_REGISTERED, 0xA2, "application and zone are not registered in the statistics")          \
   X(DUPLICATE_FIELD, 0xA3, "a record has a field of this name already")                         \
   X(BODY_KIND, 0xA4, "the command has no place for this: no record, no further record, no TTL") \
-  X(NO_RECORD, 0xA5, "a field was added before its record was begun")
+  X(NO_RECORD, 0xA5, "a field was added before its record was begun")                           \
+  X(VALUE_RANGE, 0xA6, "a number is out of the range of its field's type")                      \
+  X(FIELD_TYPE, 0xA7, "a value is not of its field's type in the schema, or longer")
 
 // RUNTIME_ERR_<name>, all negative.
 enum RuntimeError : int {

@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <string_view>
 
 #include "protocol/byte_order.h"
 #include "protocol/codec_errors.h"
@@ -46,15 +47,27 @@ class ByteReader {
   // A number of bytes (uint32), then the bytes into buffer[0, capacity); answers the number. A NUL
   // is put behind the bytes where there is room. Over `capacity`: `over_capacity`.
   uint32_t GetCounted(char* buffer, size_t capacity, int over_capacity) {
+    const std::string_view bytes = PassCounted(capacity, over_capacity);
+    return Copy(bytes, buffer, capacity);
+  }
+
+  // The same bytes in place; empty after a failure.
+  std::string_view PassCounted(size_t capacity, int over_capacity) {
     const uint32_t len = GetCount(capacity, over_capacity);
-    return Copy(Take(len), len, buffer, capacity);
+    return View(Take(len), len);
   }
 
   // A text as ByteWriter puts it; answers its length with the NUL, 0 for an empty one. A length of
   // 1 is an empty text too. Over `capacity`: `over_capacity`.
   uint32_t GetText(char* text, size_t capacity, int over_capacity) {
+    const std::string_view bytes = PassText(capacity, over_capacity);
+    return Copy(bytes, text, capacity);
+  }
+
+  // The same in place, with its NUL; empty after a failure.
+  std::string_view PassText(size_t capacity, int over_capacity) {
     const uint32_t len = GetCount(capacity, over_capacity);
-    return Copy(TakeText(len), len, text, capacity);
+    return View(TakeText(len), len);
   }
 
   // The next `len` bytes in place, which must be a text that ends at its only NUL; null if not.
@@ -91,15 +104,19 @@ class ByteReader {
   int error() const { return m_error; }
 
  private:
-  static uint32_t Copy(const char* bytes, uint32_t len, char* buffer, size_t capacity) {
-    if (bytes == nullptr) {
+  static std::string_view View(const char* bytes, uint32_t len) {
+    return bytes != nullptr ? std::string_view(bytes, len) : std::string_view();
+  }
+
+  static uint32_t Copy(std::string_view bytes, char* buffer, size_t capacity) {
+    if (bytes.data() == nullptr) {
       return 0;
     }
-    std::memcpy(buffer, bytes, len);
-    if (len < capacity) {
-      buffer[len] = '\0';
+    std::memcpy(buffer, bytes.data(), bytes.size());
+    if (bytes.size() < capacity) {
+      buffer[bytes.size()] = '\0';
     }
-    return len;
+    return static_cast<uint32_t>(bytes.size());
   }
 
   const char* m_next;

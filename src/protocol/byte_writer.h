@@ -33,7 +33,13 @@ class ByteWriter {
       return;
     }
     Put(static_cast<uint32_t>(len));
-    if (char* bytes = Take(len)) {
+    PutBytes(data, len);
+  }
+
+  // The bytes alone. data may be null when there are none.
+  void PutBytes(const char* data, size_t len) {
+    char* const bytes = Take(len);
+    if (bytes != nullptr && len > 0) {
       std::memcpy(bytes, data, len);
     }
   }

@@ -42,7 +42,9 @@ bool MayLackBody(const OStrandPkgHead& head) {
   return is_response && head.iResult != 0;
 }
 
-int UnpackFrame(OStrandPkg& pkg, const char* data, size_t len) {
+// read_body: UnpackBody, or what finds the same failures.
+template <typename ReadBody>
+int UnpackFrame(OStrandPkg& pkg, const char* data, size_t len, ReadBody read_body) {
   size_t head_len = 0;
   if (const int ret = CheckFrame(data, len, head_len)) {
     return ret;
@@ -59,12 +61,26 @@ int UnpackFrame(OStrandPkg& pkg, const char* data, size_t len) {
     return pkg.stBody.construct(pkg.stHead.dwCmd);
   }
   ByteReader body_in(data + head_len, len - head_len, OSTRAND_CODEC_ERR_BODY_TRUNCATED);
-  UnpackBody(body_in, pkg.stBody, pkg.stHead.dwCmd);
+  read_body(body_in, pkg.stBody, pkg.stHead.dwCmd);
   const bool newer_fields_may_follow = pkg.stHead.wVersion > OSTRAND_PKG_CURRENT_VERSION;
   if (body_in.ok() && body_in.left() > 0 && !newer_fields_may_follow) {
     return OSTRAND_CODEC_ERR_BODY_TRAILING;
   }
   return body_in.error();
+}
+
+template <typename ReadBody>
+int UnpackOrClear(OStrandPkg& pkg, const char* data, size_t len, ReadBody read_body) {
+  const int ret = UnpackFrame(pkg, data, len, read_body);
+  if (ret != 0) {
+    pkg.stHead.construct();
+  }
+  return ret;
+}
+
+void StoreLengths(char* frame, size_t head_len, size_t body_len) {
+  StoreBigEndian(frame + kHeadLenOffset, static_cast<uint32_t>(head_len));
+  StoreBigEndian(frame + kBodyLenOffset, static_cast<uint32_t>(body_len));
 }
 
 }  // namespace
@@ -89,8 +105,7 @@ int PackWholeCsPkgMaybeCompress(char* buf, size_t& len, char* /*zip_buf*/, size_
     return out.error();
   }
   const auto frame_len = static_cast<size_t>(out.position() - buf);
-  StoreBigEndian(buf + kHeadLenOffset, static_cast<uint32_t>(head_len));
-  StoreBigEndian(buf + kBodyLenOffset, static_cast<uint32_t>(frame_len - head_len));
+  StoreLengths(buf, head_len, frame_len - head_len);
   len = frame_len;
   return 0;
 }
@@ -98,11 +113,44 @@ int PackWholeCsPkgMaybeCompress(char* buf, size_t& len, char* /*zip_buf*/, size_
 int UnpackWholeCsPkgMaybeDecompress(OStrandPkg& pkg, char* /*zip_buf*/, size_t /*zip_len*/,
                                     const char* data, size_t len, void* /*log_handle*/,
                                     char* /*extra_buf*/, size_t /*extra_len*/) {
-  const int ret = UnpackFrame(pkg, data, len);
-  if (ret != 0) {
-    pkg.stHead.construct();
+  return UnpackOrClear(pkg, data, len, UnpackBody);
+}
+
+int PackHeadBeforeBody(char* buf, size_t& len, const OStrandPkg& pkg, const char* body,
+                       size_t body_len) {
+  if (buf == nullptr) {
+    return OSTRAND_CODEC_ERR_ARGUMENT;
   }
-  return ret;
+  if (const int ret = CheckCompression(pkg.stHead)) {
+    return ret;
+  }
+  ByteWriter out(buf, len);
+  PackHead(out, pkg.stHead, OSTRAND_PKG_CURRENT_VERSION);
+  const auto head_len = static_cast<size_t>(out.position() - buf);
+  out.PutBytes(body, body_len);
+  if (out.error() != 0) {
+    return out.error();
+  }
+  StoreLengths(buf, head_len, body_len);
+  len = head_len + body_len;
+  return 0;
+}
+
+int UnpackHeadCheckBody(OStrandPkg& pkg, const char* data, size_t len) {
+  return UnpackOrClear(pkg, data, len, CheckBody);
+}
+
+int UnpackBodyOfCmd(OStrandPkgBody& body, uint32_t cmd, const char* data, size_t len) {
+  ByteReader in(data, len, OSTRAND_CODEC_ERR_BODY_TRUNCATED);
+  UnpackBody(in, body, cmd);
+  return in.ok() && in.left() > 0 ? int{OSTRAND_CODEC_ERR_BODY_TRAILING} : in.error();
+}
+
+OStrandHeadPlaces FindHeadPlaces(const char* frame) {
+  const size_t table = kTableNameOffset + sizeof(uint32_t);
+  const size_t after_table = table + LoadBigEndian<uint32_t>(frame + kTableNameOffset);
+  const size_t user = after_table + sizeof(uint32_t);
+  return {table, user, user + LoadBigEndian<uint32_t>(frame + after_table)};
 }
 
 }  // namespace ostrand_protocol_cs

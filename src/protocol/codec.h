@@ -52,4 +52,28 @@ OSTRAND_API int UnpackWholeCsPkgMaybeDecompress(OStrandPkg& pkg, char* zip_buf, 
                                                 const char* data, size_t len, void* log_handle,
                                                 char* extra_buf, size_t extra_len);
 
+// Packs the package's head, in the current version, and behind it a body that is in wire form
+// already. len: capacity in, packed length out. The codes of PackWholeCsPkgMaybeCompress.
+OSTRAND_API int PackHeadBeforeBody(char* buf, size_t& len, const OStrandPkg& pkg, const char* body,
+                                   size_t body_len);
+
+// Unpacks the frame's head and checks its whole body, with the codes that
+// UnpackWholeCsPkgMaybeDecompress answers for the same bytes, but copies no records, key sets or TTL
+// entries: in the package there are none of them. What else a body has (metadata, iResult and
+// bHasMorePkgs) is there.
+OSTRAND_API int UnpackHeadCheckBody(OStrandPkg& pkg, const char* data, size_t len);
+
+// Unpacks a body that stands alone, without head. 0, or a code of the codec.
+OSTRAND_API int UnpackBodyOfCmd(OStrandPkgBody& body, uint32_t cmd, const char* data, size_t len);
+
+// Where in a frame the parts of its head begin.
+struct OStrandHeadPlaces {
+  size_t table;     // the text's characters
+  size_t user;      // the user buffer's bytes
+  size_t key_set;   // the key set's version
+};
+
+// REQUIRES: a frame that one of the operations above has taken.
+OSTRAND_API OStrandHeadPlaces FindHeadPlaces(const char* frame);
+
 }  // namespace ostrand_protocol_cs

@@ -71,18 +71,36 @@ void Pack(ByteWriter& out, const OStrandRecords& records) {
                  OSTRAND_CODEC_ERR_RECORDS_LEN);
 }
 
-void Unpack(ByteReader& in, OStrandRecords& records) {
-  in.Get(records.dwRecordNum);
-  records.dwRecordsLen = in.GetCount(sizeof(records.szRecords), OSTRAND_CODEC_ERR_RECORDS_LEN);
-  const char* const bytes = in.Take(records.dwRecordsLen);
-  if (bytes == nullptr) {
-    return;
+// Records in place, checked; empty after a failure.
+std::string_view PassRecords(ByteReader& in, uint32_t& num) {
+  in.Get(num);
+  const std::string_view bytes =
+      in.PassCounted(OSTRAND_MAX_RECORDS_LEN, OSTRAND_CODEC_ERR_RECORDS_LEN);
+  if (!in.ok()) {
+    return {};
   }
-  if (const int ret = CheckRecords(bytes, records.dwRecordsLen, records.dwRecordNum)) {
+  if (const int ret = CheckRecords(bytes.data(), bytes.size(), num)) {
     in.Fail(ret);
-    return;
+    return {};
   }
-  std::memcpy(records.szRecords, bytes, records.dwRecordsLen);
+  return bytes;
+}
+
+void Unpack(ByteReader& in, OStrandRecords& records) {
+  const std::string_view bytes = PassRecords(in, records.dwRecordNum);
+  records.dwRecordsLen = static_cast<uint32_t>(bytes.size());
+  if (in.ok()) {
+    std::memcpy(records.szRecords, bytes.data(), bytes.size());
+  }
+}
+
+// Answers how many there are.
+uint32_t Check(ByteReader& in, OStrandRecords& records) {
+  uint32_t num = 0;
+  PassRecords(in, num);
+  records.dwRecordNum = 0;
+  records.dwRecordsLen = 0;
+  return num;
 }
 
 void Pack(ByteWriter& out, const OStrandMultiPkgRes& body) {
@@ -93,6 +111,11 @@ void Pack(ByteWriter& out, const OStrandMultiPkgRes& body) {
 void Unpack(ByteReader& in, OStrandMultiPkgRes& body) {
   in.Get(body.iResult, body.bHasMorePkgs);
   Unpack(in, body.stRecords);
+}
+
+uint32_t Check(ByteReader& in, OStrandMultiPkgRes& body) {
+  in.Get(body.iResult, body.bHasMorePkgs);
+  return Check(in, body.stRecords);
 }
 
 // The number of entries of the TTL bodies.
@@ -123,6 +146,16 @@ void Unpack(ByteReader& in, OStrandSetTTLReq& body) {
   }
 }
 
+uint32_t Check(ByteReader& in, OStrandSetTTLReq& body) {
+  const uint32_t num = UnpackTTLNum(in);
+  for (uint32_t i = 0; i < num && in.ok(); ++i) {
+    CheckKeySet(in);
+    in.Take(sizeof(body.allTTLMs[i]));
+  }
+  body.dwRecordNum = 0;
+  return num;
+}
+
 void Pack(ByteWriter& out, const OStrandGetTTLReq& body) {
   PackTTLNum(out, body.dwRecordNum);
   for (uint32_t i = 0; i < body.dwRecordNum && out.error() == 0; ++i) {
@@ -137,6 +170,15 @@ void Unpack(ByteReader& in, OStrandGetTTLReq& body) {
   }
 }
 
+uint32_t Check(ByteReader& in, OStrandGetTTLReq& body) {
+  const uint32_t num = UnpackTTLNum(in);
+  for (uint32_t i = 0; i < num && in.ok(); ++i) {
+    CheckKeySet(in);
+  }
+  body.dwRecordNum = 0;
+  return num;
+}
+
 void Pack(ByteWriter& out, const OStrandTTLRes& body) {
   PackTTLNum(out, body.dwRecordNum);
   for (uint32_t i = 0; i < body.dwRecordNum && out.error() == 0; ++i) {
@@ -149,6 +191,20 @@ void Unpack(ByteReader& in, OStrandTTLRes& body) {
   for (uint32_t i = 0; i < body.dwRecordNum && in.ok(); ++i) {
     in.Get(body.astRecordTTL[i].iResult, body.astRecordTTL[i].llTTLMs);
   }
+}
+
+uint32_t Check(ByteReader& in, OStrandTTLRes& body) {
+  const uint32_t num = UnpackTTLNum(in);
+  in.Take(num * OSTRAND_TTL_ENTRY_LEN);
+  body.dwRecordNum = 0;
+  return num;
+}
+
+// Small bodies, and metadata, which are read whole.
+template <typename Body>
+uint32_t Check(ByteReader& in, Body& body) {
+  Unpack(in, body);
+  return 0;
 }
 
 }  // namespace
@@ -174,6 +230,23 @@ void UnpackBody(ByteReader& in, OStrandPkgBody& body, uint32_t cmd) {
   }
   VisitBody(body, kind, [&in](const char* /*name*/, auto& record) { Unpack(in, record); });
   if (kind == BodyKind::kRecord && in.ok() && body.stRecords.dwRecordNum > 1) {
+    in.Fail(OSTRAND_CODEC_ERR_RECORD_NUM);
+  }
+}
+
+void CheckBody(ByteReader& in, OStrandPkgBody& body, uint32_t cmd) {
+  const BodyKind kind = BodyKindOfCmd(cmd);
+  if (kind == BodyKind::kUnknown) {
+    in.Fail(OSTRAND_CODEC_ERR_COMMAND);
+  }
+  if (kind == BodyKind::kSkipped) {
+    in.Take(in.left());
+  }
+  uint32_t num = 0;
+  VisitBody(body, kind, [&in, &num](const char* /*name*/, auto& record) {
+    num = Check(in, record);
+  });
+  if (kind == BodyKind::kRecord && in.ok() && num > 1) {
     in.Fail(OSTRAND_CODEC_ERR_RECORD_NUM);
   }
 }

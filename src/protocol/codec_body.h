@@ -16,4 +16,8 @@ void PackBody(ByteWriter& out, const OStrandPkgBody& body, uint32_t cmd);
 // behind the last field are left to the caller.
 void UnpackBody(ByteReader& in, OStrandPkgBody& body, uint32_t cmd);
 
+// Checks the body of a command as UnpackBody does, with the same failures, but copies no records,
+// key sets or TTL entries: what would hold them is left empty, everything else is read.
+void CheckBody(ByteReader& in, OStrandPkgBody& body, uint32_t cmd);
+
 }  // namespace ostrand_protocol_cs

@@ -37,7 +37,9 @@ namespace ostrand_protocol_cs {
   X(VALUE_LEN, 0x79, "values of a record too long")                                              \
   X(PERF_VERSION, 0x7A, "performance record of a version that has none")                         \
   X(PERF_LENGTH, 0x7B, "performance record shorter than its fields")                             \
-  X(VERSION, 0x7C, "protocol version is negative")
+  X(VERSION, 0x7C, "protocol version is negative")                                               \
+  X(NO_FIELD, 0x7D, "no field of this name")                                                     \
+  X(FIELD_WIDTH, 0x7E, "the field's bytes are not as many as the type has")
 
 // OSTRAND_CODEC_ERR_<name>, all negative.
 enum OStrandCodecError : int {

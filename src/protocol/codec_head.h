@@ -13,6 +13,9 @@ namespace ostrand_protocol_cs {
 constexpr size_t kHeadLenOffset = 4;
 constexpr size_t kBodyLenOffset = 8;
 
+// Where the table name stands, in every version that has one.
+constexpr size_t kTableNameOffset = 44;
+
 // Writes the head with lengths of 0; a failure sticks in the writer. REQUIRES: version <=
 // OSTRAND_PKG_CURRENT_VERSION.
 void PackHead(ByteWriter& out, const OStrandPkgHead& head, uint16_t version);

@@ -21,14 +21,34 @@ inline void PackKeySet(ByteWriter& out, const OStrandKeySet& keys) {
   }
 }
 
-inline void UnpackKeySet(ByteReader& in, OStrandKeySet& keys) {
-  in.Get(keys.iVersion);
-  keys.dwFieldNum = in.GetCount(OSTRAND_MAX_KEY_FIELD_NUM, OSTRAND_CODEC_ERR_KEY_FIELD_NUM);
+// The fields alone, as many as keys.dwFieldNum says.
+inline void UnpackKeyFields(ByteReader& in, OStrandKeySet& keys) {
   for (uint32_t i = 0; i < keys.dwFieldNum && in.ok(); ++i) {
     OStrandKeyField& field = keys.astFields[i];
     in.GetText(field.szFieldName, sizeof(field.szFieldName), OSTRAND_CODEC_ERR_FIELD_NAME);
     field.dwFieldLen = in.GetCounted(field.szFieldBuff, sizeof(field.szFieldBuff),
                                      OSTRAND_CODEC_ERR_KEY_FIELD_LEN);
+  }
+}
+
+inline uint32_t UnpackKeyFieldNum(ByteReader& in) {
+  return in.GetCount(OSTRAND_MAX_KEY_FIELD_NUM, OSTRAND_CODEC_ERR_KEY_FIELD_NUM);
+}
+
+inline void UnpackKeySet(ByteReader& in, OStrandKeySet& keys) {
+  in.Get(keys.iVersion);
+  keys.dwFieldNum = UnpackKeyFieldNum(in);
+  UnpackKeyFields(in, keys);
+}
+
+// Checks a key set as UnpackKeySet does, and copies nothing.
+inline void CheckKeySet(ByteReader& in) {
+  int32_t version = 0;
+  in.Get(version);
+  const uint32_t field_num = UnpackKeyFieldNum(in);
+  for (uint32_t i = 0; i < field_num && in.ok(); ++i) {
+    in.PassText(OSTRAND_MAX_FIELD_NAME_LEN, OSTRAND_CODEC_ERR_FIELD_NAME);
+    in.PassCounted(OSTRAND_MAX_KEY_FIELD_LEN, OSTRAND_CODEC_ERR_KEY_FIELD_LEN);
   }
 }
 

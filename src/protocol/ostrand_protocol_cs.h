@@ -29,6 +29,7 @@ constexpr size_t OSTRAND_MAX_SPLIT_TABLE_KEY_BUFF_LEN = 256;
 constexpr size_t OSTRAND_MAX_PERF_TEST_LEN = 256;
 constexpr size_t OSTRAND_MAX_IDL_CONTENT_LEN = 10485760;
 constexpr size_t OSTRAND_MAX_TTL_RECORD_NUM = 1024;
+constexpr size_t OSTRAND_TTL_ENTRY_LEN = 12;  // on the wire, of an answer: result and milliseconds
 
 // Which table of which application the package is about.
 struct OStrandRouterInfo {

@@ -25,8 +25,11 @@
 #include <cstddef>
 #include <cstdint>
 #include <string_view>
+#include <type_traits>
 
 #include "common/export.h"
+#include "protocol/codec_errors.h"
+#include "protocol/field_value.h"
 #include "protocol/key_set.h"
 
 namespace ostrand_protocol_cs {
@@ -94,6 +97,19 @@ struct FieldView {
   std::string_view value;
 };
 
+// A field's value as a number of T's width, or as a std::string_view. 0, or
+// OSTRAND_CODEC_ERR_FIELD_WIDTH; then `value` is unchanged.
+template <typename T>
+int ReadField(const FieldView& field, T& value) {
+  if constexpr (std::is_same_v<T, std::string_view>) {
+    value = field.value;
+    return 0;
+  } else {
+    static_assert(std::is_arithmetic_v<T> && !std::is_same_v<T, bool>);
+    return LoadNumber(field.value, value) ? 0 : int{OSTRAND_CODEC_ERR_FIELD_WIDTH};
+  }
+}
+
 // Walks fields.
 class OSTRAND_API FieldReader {
  public:
@@ -112,6 +128,10 @@ class OSTRAND_API FieldReader {
 };
 
 // One record: views into the package, as FieldView.
+//
+//   int64_t level = 0;
+//   std::string_view name;
+//   if (record.Get("level", level) == 0 && record.Get("name", name) == 0) { ... }
 struct OSTRAND_API RecordView {
   RecordMark mark;
   FieldReader keys;
@@ -121,6 +141,21 @@ struct OSTRAND_API RecordView {
   bool FindValue(std::string_view name, FieldView& field) const;
   // The first key field of this name; false when there is none.
   bool FindKey(std::string_view name, FieldView& field) const;
+
+  // The value of this name as a number, of the width that T has, or as a std::string_view. 0;
+  // OSTRAND_CODEC_ERR_NO_FIELD; OSTRAND_CODEC_ERR_FIELD_WIDTH when its length is not T's. After a
+  // failure `value` is unchanged.
+  template <typename T>
+  int Get(std::string_view name, T& value) const {
+    FieldView field;
+    return FindValue(name, field) ? ReadField(field, value) : int{OSTRAND_CODEC_ERR_NO_FIELD};
+  }
+  // The same of a key field.
+  template <typename T>
+  int GetKey(std::string_view name, T& value) const {
+    FieldView field;
+    return FindKey(name, field) ? ReadField(field, value) : int{OSTRAND_CODEC_ERR_NO_FIELD};
+  }
 };
 
 // Walks records.
@@ -128,13 +163,16 @@ class OSTRAND_API RecordReader {
  public:
   // `records` outlives the reader and its views, unchanged.
   explicit RecordReader(const OStrandRecords& records);
+  // The same for records that stand elsewhere in wire form, checked before.
+  RecordReader(const char* records, uint32_t num) : m_next(records), m_left(num) {}
+  RecordReader() = default;
 
   // False behind the last record; then `record` is unchanged.
   bool Next(RecordView& record);
 
  private:
-  const char* m_next;
-  uint32_t m_left;
+  const char* m_next = nullptr;
+  uint32_t m_left = 0;
 };
 
 // Checks records as they stand on the wire: that `num` well-formed records within all limits fill

@@ -26,7 +26,7 @@ bool FieldReader::Next(FieldView& field) {
   const char* const name = m_next + sizeof(uint32_t);
   const auto value_len = LoadBigEndian<uint32_t>(name + name_len);
   const char* const value = name + name_len + sizeof(uint32_t);
-  field.name = {name, name_len - 1};
+  field.name = {name, name_len > 0 ? name_len - 1 : 0};
   field.value = {value, value_len};
   m_next = value + value_len;
   return true;
