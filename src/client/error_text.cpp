@@ -2,7 +2,7 @@
 
 #include <iterator>
 
-#include "client/client.h"
+#include "client/client_errors.h"
 #include "client/client_response.h"
 #include "client/runtime_errors.h"
 #include "client/tcp_connector.h"
@@ -57,22 +57,10 @@ constexpr ErrorEntry kErrors[] = {
      "no answer came in time; whether the request was carried out is not known"},
 
     // The client.
-    {CLIENT_ERR_OPTIONS, kLibrary, "CLIENT_ERR_OPTIONS", "the options are wrong"},
-    {CLIENT_ERR_NOT_STARTED, kLibrary, "CLIENT_ERR_NOT_STARTED",
-     "the client is not started, is stopped, or was started before"},
-    {CLIENT_ERR_NOT_READY, kLibrary, "CLIENT_ERR_NOT_READY",
-     "no proxy has taken the sign-up yet; nothing was sent"},
-    {CLIENT_ERR_NOT_READY_IN_TIME, kLibrary, "CLIENT_ERR_NOT_READY_IN_TIME",
-     "not enough proxies took the sign-up in time"},
-    {CLIENT_ERR_BUSY, kLibrary, "CLIENT_ERR_BUSY",
-     "a blocking call while other requests are in flight"},
-    {CLIENT_ERR_TABLE, kLibrary, "CLIENT_ERR_TABLE", "table or zone is not among the options"},
-    {CLIENT_ERR_TOO_MANY, kLibrary, "CLIENT_ERR_TOO_MANY",
-     "as many requests are in flight as the options allow"},
-    {CLIENT_ERR_REQUEST, kLibrary, "CLIENT_ERR_REQUEST",
-     "the command is none that an application sends"},
-    {CLIENT_ERR_KEY, kLibrary, "CLIENT_ERR_KEY",
-     "the command needs a key: it has none, or a field of it is empty"},
+#define OSTRAND_ENTRY(name, number, text) \
+    {CLIENT_ERR_##name, kLibrary, "CLIENT_ERR_" #name, text},
+    OSTRAND_CLIENT_ERRORS(OSTRAND_ENTRY)
+#undef OSTRAND_ENTRY
 
 #define OSTRAND_ENTRY(name, number, text) \
     {RUNTIME_ERR_##name, kLibrary, "RUNTIME_ERR_" #name, text},

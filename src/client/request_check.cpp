@@ -1,6 +1,6 @@
 #include "client/request_check.h"
 
-#include "client/client.h"
+#include "client/client_errors.h"
 #include "client/request_form.h"
 #include "protocol/byte_order.h"
 

@@ -312,7 +312,7 @@ int32_t Service::WhyNoRoute(const Zone& zone) const {
       return verdict;
     }
   }
-  return zone.circle_line.empty() ? CLIENT_ERR_NOT_READY : ROUTER_ERR_NO_ROUTE;
+  return zone.circle_line.empty() ? int32_t{CLIENT_ERR_NOT_READY} : int32_t{ROUTER_ERR_NO_ROUTE};
 }
 
 int64_t Service::NextDueMs() {

@@ -120,6 +120,11 @@ class OSTRAND_API EventLoop : private OstrandCommon::ThreadClock {
   char* ReadBuffer() { return m_read_buffer.get(); }
   static constexpr size_t kReadBufferSize = size_t{256} * 1024;
 
+  // For the child of a fork: from now on nothing here, nor any stream on it, does anything that the
+  // parent would notice; what is destroyed only closes its descriptors.
+  void Abandon() { m_is_abandoned = true; }
+  bool IsAbandoned() const { return m_is_abandoned; }
+
   // System calls that the loop, and who counts here, made; for benchmarks.
   void CountSystemCall() { ++m_system_calls; }
   uint64_t SystemCalls() const { return m_system_calls; }
@@ -141,6 +146,7 @@ class OSTRAND_API EventLoop : private OstrandCommon::ThreadClock {
   int m_timer_fd = -1;     // as above
   int64_t m_timer_fd_set_ms = 0;
   bool m_is_ready = false;
+  bool m_is_abandoned = false;
   int64_t m_now_ns = 0;
   int64_t m_now_us = 0;
   uint64_t m_system_calls = 0;
