@@ -15,13 +15,15 @@
 #include <cstdint>
 #include <string>
 
-#include "client/byte_buffer.h"
 #include "client/net_loop.h"
 #include "common/mutex.h"
 #include "common/relaxed.h"
+#include "net/byte_buffer.h"
 #include "net/net_connector_mgr.h"
 
 namespace OstrandService {
+
+using OSTRNET::ByteBuffer;
 
 class TcpConnectorMgr;
 
