@@ -1,4 +1,5 @@
-// The clocks: the only place of the library that asks the system for the time.
+// The clocks: beside the network's way to the system (net/system.h) the only place of the library
+// that asks for the time.
 //
 // Wall-clock times are counted from the epoch (1970-01-01 UTC). The wall clock may step in both
 // directions; whoever measures with it says what a step does. A loop that runs on a thread gives
@@ -20,9 +21,9 @@ OSTRAND_API int64_t GetCurrentMilliseconds();
 OSTRAND_API int64_t GetCurrentMicroseconds();
 
 // Milliseconds of a clock that only goes forward, from an unknown start: for time-outs of the
-// library's own threads. Tests do not replace it.
+// library's own threads; where a loop gives its time, the loop's. Tests do not replace it.
 OSTRAND_API int64_t GetMonotonicMilliseconds();
-// The same clock in nanoseconds, for measuring.
+// The same clock in nanoseconds, for measuring: always read afresh.
 OSTRAND_API int64_t GetMonotonicNanoseconds();
 
 // Wall-clock time in microseconds, read afresh also where a loop gives its time; what was read is

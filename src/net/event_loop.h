@@ -10,7 +10,7 @@
 // wait for the next one.
 //
 // Guarantees. After Unwatch(fd) its handler gets no event, also none that was fetched already. A
-// cancelled or destroyed timer does not run. Nothing runs outside RunOnce, Run and DrainTasks.
+// cancelled or destroyed timer does not run. Nothing runs outside RunOnce, Run and FlushAll.
 //
 // Time: NowMs and NowUs answer the time of the last look at the clock; a round looks once, after
 // its wait. While the loop runs on a thread, or a LoopScope stands there, the clock functions of
@@ -53,7 +53,8 @@ class Flushable {
 
  private:
   friend class EventLoop;
-  bool m_flush_is_due = false;
+  static constexpr size_t kNowhere = static_cast<size_t>(-1);
+  size_t m_flush_place = kNowhere;  // in the loop's list
 };
 
 class Timer;
@@ -95,7 +96,7 @@ class OSTRAND_API EventLoop : private OstrandCommon::ThreadClock {
   void ForgetFlush(Flushable* flushable);
 
   // The handler is called with EPOLLIN in the next round, which does not wait: for bytes that a
-  // transport holds already.
+  // transport holds already. Once for each time that it was asked for.
   void EventsAgain(EventHandler* handler);
   void ForgetEventsAgain(EventHandler* handler);
 
@@ -106,6 +107,9 @@ class OSTRAND_API EventLoop : private OstrandCommon::ThreadClock {
   int64_t NowUs() const { return m_now_us; }
   // Looks at the clock.
   void LookAtClock();
+  // As LookAtClock, outside a round: for who begins to count time there, however long ago the last
+  // round was.
+  void LookAtClockOutsideRounds();
 
   // When the loop has something to do by itself, in monotonic ms; INT64_MAX: nothing.
   int64_t NextTimerMs() const;
@@ -114,14 +118,15 @@ class OSTRAND_API EventLoop : private OstrandCommon::ThreadClock {
   // first call opens a timer descriptor, which from then on is kept at the earliest timer.
   int Fd();
   // Makes Fd readable until it is called with false, for work that lies ready above the loop.
+  // Meanwhile no round waits.
   void SetReady(bool ready);
 
   // Room that everybody on the loop reads into, for the length of one call.
   char* ReadBuffer() { return m_read_buffer.get(); }
   static constexpr size_t kReadBufferSize = size_t{256} * 1024;
 
-  // For the child of a fork: from now on nothing here, nor any stream on it, does anything that the
-  // parent would notice; what is destroyed only closes its descriptors.
+  // For the child of a fork: from now on neither the loop nor a stream on it does anything that the
+  // parent would notice; what is destroyed only closes the child's descriptors.
   void Abandon() { m_is_abandoned = true; }
   bool IsAbandoned() const { return m_is_abandoned; }
 
@@ -138,36 +143,63 @@ class OSTRAND_API EventLoop : private OstrandCommon::ThreadClock {
   int64_t ReadMicroseconds() override;
   int64_t NowMonotonicNanoseconds() override { return m_now_ns; }
 
+  int Open();
+  int WaitMs(int timeout_ms);
+  bool HasPendingWork() const;
+  bool RunEvents(int count);
+  bool RunAgain();
+  bool RunTimers();
+  bool RunTasks();
+  void BeforeLeaving();
+  void RaiseWake();
+  void NoteWorkOutsideRounds();
+
+  void AddTimer(Timer* timer);
+  void RemoveTimer(Timer* timer);
+  void PlaceTimer(size_t place, Timer* timer);
+  void SiftUp(size_t place);
+  void SiftDown(size_t place);
+  void ArmTimerFd();
+
   System& m_system;
   int m_error = 0;
   int m_poll = -1;
   int m_wake_event = -1;
-  int m_ready_event = -1;  // from the first Fd() on
-  int m_timer_fd = -1;     // as above
-  int64_t m_timer_fd_set_ms = 0;
+  int m_ready_event = -1;                 // from the first Fd() on
+  int m_timer_fd = -1;                    // as above
+  int64_t m_timer_fd_set_ms = INT64_MAX;  // INT64_MAX: not set
   bool m_is_ready = false;
   bool m_is_abandoned = false;
+  bool m_in_round = false;
   int64_t m_now_ns = 0;
   int64_t m_now_us = 0;
   uint64_t m_system_calls = 0;
   std::unique_ptr<char[]> m_read_buffer;
   std::function<bool()> m_has_work;
 
-  std::vector<Timer*> m_timers;  // a binary heap, the earliest first
-  std::vector<Flushable*> m_to_flush;
+  std::vector<Timer*> m_timers;        // a binary heap, the earliest first
+  std::vector<Timer*> m_due_timers;    // of this round; null: cancelled meanwhile
+  uint64_t m_timer_sets = 0;           // so far: timers of the same moment run in this order
+  std::vector<Flushable*> m_to_flush;  // null: forgotten meanwhile
+  std::vector<Flushable*> m_flushing;  // as above, being flushed
   std::vector<EventHandler*> m_again;
-  // The round's events: what is unwatched meanwhile is set to null in them.
+  std::vector<EventHandler*> m_running_again;  // of this round; null: forgotten meanwhile
+  // The round's events from m_next_event on: what is unwatched meanwhile is set to null in them.
   epoll_event* m_events = nullptr;
+  int m_next_event = 0;
   int m_event_count = 0;
 
   // The loop says that it sleeps before it looks for work a last time; whoever gives it work looks
   // after that whether it sleeps. Sequentially consistent, so that one of them sees the other.
+  // With Fd() in use a loop sleeps between its rounds too: another one waits in its place.
   std::atomic<bool> m_sleeping{false};
-  std::atomic<bool> m_wake_pending{false};
+  std::atomic<bool> m_wake_asked{false};
+  std::atomic<bool> m_wake_raised{false};
   std::atomic<bool> m_stop{false};
 
   OstrandCommon::Mutex m_mutex;
   std::vector<std::function<void()>> m_tasks OSTRAND_GUARDED_BY(m_mutex);
+  std::vector<std::function<void()>> m_running_tasks;  // of this round
   std::atomic<bool> m_has_tasks{false};
 };
 
@@ -202,10 +234,16 @@ class OSTRAND_API Timer {
   friend class EventLoop;
   static constexpr size_t kNowhere = static_cast<size_t>(-1);
 
+  bool IsBefore(const Timer& other) const {
+    return m_at_ms != other.m_at_ms ? m_at_ms < other.m_at_ms : m_number < other.m_number;
+  }
+
   EventLoop& m_loop;
   const std::function<void()> m_work;
   int64_t m_at_ms = 0;
-  size_t m_place = kNowhere;  // in the loop's heap
+  uint64_t m_number = 0;      // of its setting
+  size_t m_place = kNowhere;  // in the loop's heap or in its list of due ones
+  bool m_is_due = false;      // in the list
 };
 
 }  // namespace OSTRNET

@@ -96,8 +96,16 @@ class OSTRAND_API System {
   virtual ssize_t WriteLog(const char* text, size_t len) = 0;
 
  private:
-  std::atomic<int64_t> m_base_us{0};           // steady wall time less monotonic time
-  std::atomic<int64_t> m_followed_at_ns{-1};  // monotonic time of the last step towards the wall
+  static constexpr int64_t kUnknown = INT64_MIN;
+
+  void FollowWall(int64_t monotonic_ns);
+
+  // Steady wall time. Written by whoever looks; lock-free.
+  std::atomic<int64_t> m_base_us{kUnknown};          // less monotonic time
+  std::atomic<int64_t> m_off_us{0};                  // how far the wall's base is from it
+  std::atomic<int64_t> m_followed_at_ns{0};          // monotonic time of the last step to the wall
+  std::atomic<int64_t> m_wall_read_at_ns{kUnknown};  // monotonic too
+  std::atomic<int64_t> m_latest_us{kUnknown};        // the latest that anybody was given
 };
 
 }  // namespace OSTRNET

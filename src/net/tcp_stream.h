@@ -15,6 +15,11 @@
 // failure after its time.
 //
 // A connection that is connected to itself (a free local port may be the peer's) is closed.
+//
+//   kClosed ------ Connect, Attach -----> kConnecting -- handshake done, OnConnected --> kConnected
+//      ^                                      |                                              |
+//      +---- Close, Reset; OnClosed ----------+----------------------------------------------+
+//
 // Ownership: borrows loop and listener, which outlive it; owns descriptor and transport. Threads:
 // the loop's.
 #pragma once
@@ -32,6 +37,8 @@
 #include "net/transport.h"
 
 namespace OSTRNET {
+
+class NameLookup;
 
 class OSTRAND_API TcpStream : private EventHandler, private Flushable {
  public:
@@ -70,7 +77,9 @@ class OSTRAND_API TcpStream : private EventHandler, private Flushable {
   // Begins to connect. 0: it goes on, also when that fails later; -errno: out of descriptors or
   // memory, nothing was begun. Nothing happens unless the state is kClosed.
   int Connect(const TcpAddress& address);
-  // Takes an accepted descriptor over. 0, or -errno; then the descriptor is closed.
+  // Takes an accepted descriptor over. 0, or -errno; then the descriptor is closed. Without a
+  // handshake to wait for the state is kConnected at once, and OnConnected follows in a round.
+  // REQUIRES: the state is kClosed.
   int Attach(int fd);
 
   State GetState() const { return m_state; }
@@ -104,21 +113,112 @@ class OSTRAND_API TcpStream : private EventHandler, private Flushable {
   void Reset();
 
  private:
+  // What kConnecting and kConnected consist of.
+  enum class Phase { kIdle, kLookingUp, kConnecting, kHandshaking, kOpen, kSendingRest };
+
+  // What the next round has to do, as bits.
+  enum Due : uint32_t {
+    kDueConnected = 1,
+    kDueFailure = 2,  // m_error tells it
+    kDueSent = 4,     // nothing more to send before the wanted end
+    kDueRoom = 8,
+    kDueHandOn = 16,
+    kDueInput = 32,  // the transport holds bytes
+  };
+  class DueHandler final : public EventHandler {
+   public:
+    explicit DueHandler(TcpStream& stream) : m_stream(stream) {}
+    void OnEvents(uint32_t /*epoll_events*/) override { m_stream.RunDue(); }
+
+   private:
+    TcpStream& m_stream;
+  };
+
+  // Tells after a callback whether stream and connection are still those of before.
+  class Life {
+   public:
+    explicit Life(TcpStream& stream);
+    ~Life();
+    Life(const Life&) = delete;
+    Life& operator=(const Life&) = delete;
+    bool GoesOn() const { return !m_gone && m_stream.m_connection == m_connection; }
+
+   private:
+    friend class TcpStream;
+    TcpStream& m_stream;
+    const uint64_t m_connection;
+    Life* const m_outer;
+    bool m_gone = false;
+  };
+
   void OnEvents(uint32_t epoll_events) override;
   void FlushNow() override { Flush(); }
+  void RunDue();
+  void Defer(Due due);
+  bool TellConnected();
+  void OnTimer();
+
+  void BeginConnecting();
+  void OnAddresses(std::vector<Endpoint> addresses, const char* error);
+  int TryNextAddress();
+  void TryAddresses();
+  void FinishConnect();
+  bool IsConnectedToItself() const;
+  void ContinueHandshake();
+  void EndAttempt();
+
+  bool WantsInput() const;
+  uint32_t WantedEvents() const;
+  void UpdateInterest();
+  void OnOpenEvents(uint32_t epoll_events);
+  void ReadSome();
+  void TakeRead(Transport::Result result, size_t got);
+  void HandOn(const char* data, size_t len);
+  void HandOnKept();
+  void OnReadEnd(Transport::Result result);
+  void DropInput();
+  void SendSome();
+  bool IsBroken() const { return (m_due & kDueFailure) != 0; }
+
+  void SetError(const char* operation, int error);
+  void SetErrorText(const char* text);
+  void End();
+  void Release();
+  void ReleaseSocket();
 
   EventLoop& m_loop;
   Listener& m_listener;
   const Limits m_limits;
   const TransportFactory m_make_transport;
   State m_state = State::kClosed;
+  Phase m_phase = Phase::kIdle;
   Endpoint m_peer;
   char m_error[256] = {};
-  ByteBuffer m_input;
+  ByteBuffer m_input;  // not used by the listener; empty while it is handed on
   ByteBuffer m_output;
   uint64_t m_bytes_in = 0;
   uint64_t m_bytes_out = 0;
-  // ... what else the implementation needs
+
+  int m_fd = -1;
+  uint32_t m_watched = 0;  // events
+  std::unique_ptr<Transport> m_transport;
+  uint64_t m_connection = 0;  // number of the connection
+  Timer m_timer;              // of the attempt with one address, or of sending the rest
+  DueHandler m_due_handler;
+  uint32_t m_due = 0;
+  bool m_due_asked = false;
+  bool m_reading = true;
+  bool m_write_blocked = false;   // the transport takes nothing at present
+  bool m_output_refused = false;  // and the listener not told of room since
+  bool m_peer_has_ended = false;  // while the rest is sent
+  Life* m_life = nullptr;         // the innermost
+
+  // While connecting.
+  TcpAddress m_address;
+  std::shared_ptr<NameLookup> m_lookup;
+  std::vector<Endpoint> m_addresses;
+  size_t m_next_address = 0;
+  int64_t m_connect_until_ms = 0;
 };
 
 }  // namespace OSTRNET

@@ -49,8 +49,8 @@ class Transport {
 
 // Makes the transport of a new connection. host: of the url, empty for an accepted one. Null: out
 // of memory.
-using TransportFactory = std::function<std::unique_ptr<Transport>(EventLoop& loop, int fd,
-                                                                  const std::string& host)>;
+using TransportFactory =
+    std::function<std::unique_ptr<Transport>(EventLoop& loop, int fd, const std::string& host)>;
 
 // Plain TCP.
 OSTRAND_API std::unique_ptr<Transport> MakePlainTransport(EventLoop& loop, int fd,

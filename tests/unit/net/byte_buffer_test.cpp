@@ -1,4 +1,4 @@
-#include "client/byte_buffer.h"
+#include "net/byte_buffer.h"
 
 #include <gtest/gtest.h>
 
@@ -9,7 +9,7 @@
 
 #include "fakes/sanitizers.h"
 
-namespace OstrandService {
+namespace OSTRNET {
 namespace {
 
 constexpr size_t kKiB = 1024;
@@ -196,4 +196,4 @@ TEST(ByteBuffer, AgreesWithAString) {
 }
 
 }  // namespace
-}  // namespace OstrandService
+}  // namespace OSTRNET
