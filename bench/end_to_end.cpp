@@ -144,13 +144,12 @@ class ClientLoad {
  private:
   bool SendOne(uint64_t number, Figures& figures) {
     const bool is_read = number % 2 == 0;
-    m_request.Init(is_read ? ostrand_protocol_cs::OSTRAND_API_GET_REQ
-                           : ostrand_protocol_cs::OSTRAND_API_REPLACE_REQ,
-                   kZone, kTable);
-    m_request.SetKey("k", m_keys[number % kKeys]);
-    if (!is_read) {
-      m_request.AddValue("value", m_value);
+    if (is_read) {
+      m_request.Get(kTable);
+    } else {
+      m_request.Replace(kTable).Set("value", m_value);
     }
+    m_request.Zone(kZone).Key("k", m_keys[number % kKeys]);
     const int ret = m_client.Send(m_request);
     if (ret != 0) {
       ++figures.errors;

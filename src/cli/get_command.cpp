@@ -6,15 +6,16 @@
 #include "cli/connection.h"
 #include "cli/output.h"
 #include "cli/record_request.h"
+#include "protocol/ostrand_api_cmds.h"
 
 namespace OstrandCli {
 namespace {
 
-using ostrand_protocol_cs::FieldReader;
-using ostrand_protocol_cs::FieldView;
-using ostrand_protocol_cs::RecordView;
 using OstrandService::ClientRequest;
 using OstrandService::ClientResponse;
+using OstrandService::FieldReader;
+using OstrandService::FieldView;
+using OstrandService::RecordView;
 
 struct GetArguments {
   Connection connection;

@@ -7,6 +7,7 @@
 #include "cli/commands.h"
 #include "cli/loader.h"
 #include "cli/record_request.h"
+#include "protocol/ostrand_api_cmds.h"
 
 namespace OstrandCli {
 namespace {

@@ -14,7 +14,7 @@
 
 namespace OstrandCli {
 
-// Begins a request and fills it. 0, or the code of the field that does not fit.
+// Begins a request and fills it; of `values` a get takes the names alone. 0, or the request's fault.
 int FillRequest(OstrandService::ClientRequest& request, uint32_t cmd, const Connection& connection,
                 const std::vector<Field>& keys, const std::vector<Field>& values);
 

@@ -7,6 +7,7 @@
 #include "cli/fields.h"
 #include "cli/output.h"
 #include "cli/record_request.h"
+#include "client/router_request.h"
 #include "cli/ring_picture.h"
 #include "cli/ring_report.h"
 #include "cli/route_source.h"
@@ -105,7 +106,9 @@ int RunWhere(const RingArguments& arguments) {
     return status;
   }
   const NamedRing ring(UrlsOf(route));
-  const KeyPlace place{key, ring.View().PositionOf(request), arguments.owners};
+  OstrandService::RouterRequest routed;
+  routed.Load(request.Head(), request.Bytes());
+  const KeyPlace place{key, ring.View().PositionOf(routed), arguments.owners};
   return WriteStdout(arguments.is_json ? WhereJson(ring, route, place)
                                        : WhereText(ring, route, place))
              ? kExitSuccess

@@ -8,6 +8,7 @@
 #include "client/error_text.h"
 #include "fakes/allocation_faults.h"
 #include "fleet/fleet.h"
+#include "protocol/ostrand_api_cmds.h"
 
 namespace OstrandService {
 namespace {
@@ -25,12 +26,12 @@ void DoRequests(Client& client, ClientRequest& request, ClientResponse& response
   int sent = 0;
   for (int received = 0; received < kRequests; ++received) {
     for (; sent < kRequests && client.InFlight() < kInFlight; ++sent) {
-      request.Init(sent % 2 == 0 ? OSTRAND_API_REPLACE_REQ : OSTRAND_API_GET_REQ, kZone, kTable);
+      request.Begin(sent % 2 == 0 ? OSTRAND_API_REPLACE_REQ : OSTRAND_API_GET_REQ, kTable).Zone(kZone);
       std::snprintf(key, sizeof(key), "%d", sent / 2);
-      request.SetKey("id", key);
-      request.SetUserBuff("bytes", 5);
+      request.Key("id", key);
+      request.SetUserBuff("bytes");
       if (sent % 2 == 0) {
-        request.AddValue("name", "a value of some length, so that no small string holds it");
+        request.Set("name", "a value of some length, so that no small string holds it");
       }
       ASSERT_EQ(0, client.Send(request));
     }

@@ -18,6 +18,7 @@
 #include "integration/fleet_process.h"
 #include "integration/warped_clock.h"
 #include "integration/workload.h"
+#include "protocol/ostrand_protocol_cs.h"
 
 namespace OstrandTests {
 

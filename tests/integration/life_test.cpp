@@ -46,8 +46,8 @@ TEST_F(Life, AThousandStartsAndStops) {
     ASSERT_EQ(client.Start(), 0) << i;
     if (i % 50 == 0) {
       ASSERT_EQ(client.WaitReady(static_cast<int>(kPatienceMs)), 0);
-      ASSERT_EQ(m_request.Init(OSTRAND_API_REPLACE_REQ, kZone, kTable), 0);
-      ASSERT_EQ(m_request.SetKey("id", "1"), 0);
+      m_request.Begin(OSTRAND_API_REPLACE_REQ, kTable).Zone(kZone);
+      m_request.Key("id", "1");
       ASSERT_EQ(client.Call(m_request, m_response), 0);
       ASSERT_EQ(m_response.GetResult(), 0);
     } else if (i % 5 == 0) {
@@ -129,8 +129,8 @@ TEST_F(Life, AZoneWhoseProxiesAreGoneLeavesTheOtherAlone) {
   options.tables.push_back({"other", kZone + 1, nullptr});
   StartClient(options);
   const auto get_other = [&] {
-    EXPECT_EQ(m_request.Init(OSTRAND_API_GET_REQ, kZone + 1, "other"), 0);
-    EXPECT_EQ(m_request.SetKey("id", "1"), 0);
+    m_request.Begin(OSTRAND_API_GET_REQ, "other").Zone(kZone + 1);
+    m_request.Key("id", "1");
     m_request.SetTimeout(1000);
     const int ret = m_client->Call(m_request, m_response);
     return ret != 0 ? ret : m_response.GetResult();

@@ -35,10 +35,10 @@ class Once final : public RequestSource {
     }
     tag = next++;
     most_in_flight = std::max(most_in_flight, next - outcomes.size());
-    EXPECT_EQ(request.Init(m_cmd, kZone, table.c_str()), 0);
-    EXPECT_EQ(request.SetKey("key", KeyOfNumber(tag)), 0);
+    request.Begin(m_cmd, table.c_str()).Zone(kZone);
+    request.Key("key", KeyOfNumber(tag));
     if (m_cmd != ostrand_protocol_cs::OSTRAND_API_GET_REQ) {
-      EXPECT_EQ(request.AddValue("value", "of " + KeyOfNumber(tag)), 0);
+      request.Set("value", "of " + KeyOfNumber(tag));
     }
     return true;
   }
