@@ -11,9 +11,9 @@
 #include "client/client_request.h"
 #include "client/client_response.h"
 #include "client/latency_data_table.h"
-#include "client/statistic_mgr.h"
 #include "client/router_request.h"
 #include "client/router_response.h"
+#include "client/statistic_mgr.h"
 #include "protocol/codec.h"
 
 namespace {
@@ -158,8 +158,8 @@ void BM_UnpackAndWalkResponse(benchmark::State& state) {
     answer.Record().Key("id", kKey).Set("value", kValue);
   }
   std::string frame = Frame(answer);
-  StoreBigEndian(&frame[kCmdOffset], uint32_t{records == 1 ? OSTRAND_API_GET_RES
-                                                           : OSTRAND_API_BATCH_GET_RES});
+  StoreBigEndian(&frame[kCmdOffset],
+                 uint32_t{records == 1 ? OSTRAND_API_GET_RES : OSTRAND_API_BATCH_GET_RES});
   RouterResponse received;
   ClientResponse response;
   for (auto _ : state) {

@@ -58,8 +58,7 @@ bool ParseFieldValue(VexFieldType type, std::string_view text, std::string& byte
   if (ParseValue(type, text, bytes)) {
     return true;
   }
-  error =
-      "\"" + EscapedText(text.substr(0, kToldBytes)) + "\" is no " + vex_type_info(type)->name;
+  error = "\"" + EscapedText(text.substr(0, kToldBytes)) + "\" is no " + vex_type_info(type)->name;
   return false;
 }
 

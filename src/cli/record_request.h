@@ -14,7 +14,8 @@
 
 namespace OstrandCli {
 
-// Begins a request and fills it; of `values` a get takes the names alone. 0, or the request's fault.
+// Begins a request and fills it; of `values` a get takes the names alone. 0, or the request's
+// fault.
 int FillRequest(OstrandService::ClientRequest& request, uint32_t cmd, const Connection& connection,
                 const std::vector<Field>& keys, const std::vector<Field>& values);
 

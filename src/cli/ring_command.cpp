@@ -7,10 +7,10 @@
 #include "cli/fields.h"
 #include "cli/output.h"
 #include "cli/record_request.h"
-#include "client/router_request.h"
 #include "cli/ring_picture.h"
 #include "cli/ring_report.h"
 #include "cli/route_source.h"
+#include "client/router_request.h"
 #include "protocol/ostrand_api_cmds.h"
 
 namespace OstrandCli {

@@ -53,7 +53,7 @@ enum ClientError : int {
                                           // or the table is in several zones and none was named
   CLIENT_ERR_TOO_MANY = -38419,           // 0x9613: max_in_flight requests are in flight
   CLIENT_ERR_REQUEST = -38675,            // 0x9713: the command is none of the application's
-  CLIENT_ERR_KEY = -38931,  // 0x9813: a record without key, a key field without value
+  CLIENT_ERR_KEY = -38931,                // 0x9813: a record without key, a key field without value
 };
 
 struct ClientCounters {

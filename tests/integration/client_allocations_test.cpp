@@ -26,7 +26,8 @@ void DoRequests(Client& client, ClientRequest& request, ClientResponse& response
   int sent = 0;
   for (int received = 0; received < kRequests; ++received) {
     for (; sent < kRequests && client.InFlight() < kInFlight; ++sent) {
-      request.Begin(sent % 2 == 0 ? OSTRAND_API_REPLACE_REQ : OSTRAND_API_GET_REQ, kTable).Zone(kZone);
+      request.Begin(sent % 2 == 0 ? OSTRAND_API_REPLACE_REQ : OSTRAND_API_GET_REQ, kTable)
+          .Zone(kZone);
       std::snprintf(key, sizeof(key), "%d", sent / 2);
       request.Key("id", key);
       request.SetUserBuff("bytes");

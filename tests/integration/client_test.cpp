@@ -93,7 +93,8 @@ TEST_F(ClientTest, KeepsManyRequestsInFlightAndGivesEachItsOutcome) {
   for (int i = 0; i < kRequests;) {
     while (i < kRequests && m_client->InFlight() < 256) {
       const std::string key = std::to_string(i / 2);
-      m_request.Begin(i % 2 == 0 ? OSTRAND_API_REPLACE_REQ : OSTRAND_API_GET_REQ, kTable).Zone(kZone);
+      m_request.Begin(i % 2 == 0 ? OSTRAND_API_REPLACE_REQ : OSTRAND_API_GET_REQ, kTable)
+          .Zone(kZone);
       m_request.Key("id", key);
       if (i % 2 == 0) {
         m_request.Set("name", "value of " + key);

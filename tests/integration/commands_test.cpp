@@ -195,7 +195,7 @@ TEST_F(Commands, TimesToLive) {
   }
   EXPECT_EQ(Finish(), 0);
   ASSERT_EQ(m_response.GetTTLCount(), 3u);
-  RecordTTL ttl;
+  OstrandService::RecordTTL ttl;
   ASSERT_TRUE(m_response.GetTTL(2, ttl));
   EXPECT_EQ(ttl.result, -7949);
   Begin(OSTRAND_API_GET_TTL_REQ);
@@ -217,7 +217,7 @@ TEST_F(Commands, MetadataOfATableWithoutFields) {
   ASSERT_EQ(Finish(), 0);
   Begin(OSTRAND_API_METADATA_GET_REQ);
   EXPECT_EQ(Finish(), 0);
-  TableMetadata metadata;
+  OstrandService::TableMetadata metadata;
   ASSERT_TRUE(m_response.GetMetadata(metadata));
   EXPECT_EQ(metadata.image, "");
 }
@@ -265,7 +265,7 @@ TEST_F(Schemas, ThatAgreePass) {
   m_request.Begin(OSTRAND_API_METADATA_GET_REQ, kTable).Zone(kZone);
   ASSERT_EQ(m_client->Call(m_request, m_response), 0);
   EXPECT_EQ(m_response.GetResult(), 0);
-  TableMetadata metadata;
+  OstrandService::TableMetadata metadata;
   ASSERT_TRUE(m_response.GetMetadata(metadata));
   EXPECT_EQ(metadata.version, 3);
   EXPECT_FALSE(metadata.image.empty());

@@ -28,9 +28,9 @@ int main() {
   ret = ret == 0 ? client.WaitReady(5000) : ret;
 
   OstrandService::ClientResponse response;
-  ret = ret == 0 ? client.Call(OstrandService::Insert("user").Key("id", 42).Set("name", "Ada"),
-                               response)
-                 : ret;
+  ret = ret == 0
+            ? client.Call(OstrandService::Insert("user").Key("id", 42).Set("name", "Ada"), response)
+            : ret;
   ret = ret == 0 ? client.Call(OstrandService::Get("user").Key("id", 42), response) : ret;
   std::string_view name;
   if (ret != 0 || response.Get("name", name) != 0 || name != "Ada") {

@@ -383,9 +383,13 @@ class RequestsModelTest : public testing::TestWithParam<Life>, public RouterFixt
   Delivery Got() {
     FieldView value;
     response.GetValue("value", value);
-    return {response.GetAsynID(),    response.GetSequence(),          response.GetCmd(),
-            response.GetResult(),    received.HaveMoreResPkgs() == 1,
-            std::string(response.GetUserBuff()), std::string(value.value)};
+    return {response.GetAsynID(),
+            response.GetSequence(),
+            response.GetCmd(),
+            response.GetResult(),
+            received.HaveMoreResPkgs() == 1,
+            std::string(response.GetUserBuff()),
+            std::string(value.value)};
   }
 
   // --- a life ---

@@ -117,13 +117,13 @@ TEST(ClientRequest, AGetHasTheBytesThatTheProtocolPageShows) {
 
 TEST(ClientRequest, EachOperationIsItsCommand) {
   const std::pair<ClientRequest, uint32_t> operations[] = {
-      {Get("t"), 7},          {Insert("t"), 1},        {Replace("t"), 3},
-      {Update("t"), 5},       {Delete("t"), 9},        {BatchGet("t"), 23},
+      {Get("t"), 7},           {Insert("t"), 1},         {Replace("t"), 3},
+      {Update("t"), 5},        {Delete("t"), 9},         {BatchGet("t"), 23},
       {BatchInsert("t"), 145}, {BatchReplace("t"), 147}, {BatchUpdate("t"), 149},
       {BatchDelete("t"), 151}, {GetByPartKey("t"), 25},  {DeleteByPartKey("t"), 65},
-      {ListGetAll("t"), 11},  {ListGet("t"), 15},      {ListInsert("t"), 17},
-      {ListUpdate("t"), 21},  {ListDelete("t"), 13},   {ListDeleteAll("t"), 19},
-      {SetTTL("t"), 89},      {GetTTL("t"), 91},       {GetMetadata("t"), 27},
+      {ListGetAll("t"), 11},   {ListGet("t"), 15},       {ListInsert("t"), 17},
+      {ListUpdate("t"), 21},   {ListDelete("t"), 13},    {ListDeleteAll("t"), 19},
+      {SetTTL("t"), 89},       {GetTTL("t"), 91},        {GetMetadata("t"), 27},
   };
   for (const auto& [request, cmd] : operations) {
     EXPECT_EQ(cmd, request.GetCmd());

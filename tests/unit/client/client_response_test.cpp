@@ -286,16 +286,15 @@ TEST(ClientResponse, TellsWhetherPackagesFollowButNeverAfterAnError) {
   Received received;
   for (const int32_t result : {0, -18963}) {
     for (const uint8_t more : {uint8_t{0}, uint8_t{1}, uint8_t{255}}) {
-      for (const auto& frame :
-           {Frame(OSTRAND_API_LIST_GETALL_RES,
-                  [&](OStrandPkg& pkg) {
-                    pkg.stHead.iResult = result;
-                    pkg.stBody.stListGetAllRes.bHasMorePkgs = more;
-                  }),
-            Frame(OSTRAND_API_GET_BY_PARTKEY_RES, [&](OStrandPkg& pkg) {
-              pkg.stHead.iResult = result;
-              pkg.stBody.stGetByPartKeyRes.bHasMorePkgs = more;
-            })}) {
+      for (const auto& frame : {Frame(OSTRAND_API_LIST_GETALL_RES,
+                                      [&](OStrandPkg& pkg) {
+                                        pkg.stHead.iResult = result;
+                                        pkg.stBody.stListGetAllRes.bHasMorePkgs = more;
+                                      }),
+                                Frame(OSTRAND_API_GET_BY_PARTKEY_RES, [&](OStrandPkg& pkg) {
+                                  pkg.stHead.iResult = result;
+                                  pkg.stBody.stGetByPartKeyRes.bHasMorePkgs = more;
+                                })}) {
         ASSERT_EQ(0, received.Unpack(frame));
         EXPECT_EQ(more != 0 && result == 0 ? 1 : 0, received.response.HaveMoreResPkgs());
         EXPECT_EQ(more != 0 ? 1 : 0, received.routed.HaveMoreResPkgs()) << "for the router's books";
@@ -351,9 +350,9 @@ TEST(ClientResponse, ATimeOutCarriesWhatTheRequestHad) {
   Received received;
   std::string table = "player";
   std::string bytes(3000, 'u');
-  ASSERT_EQ(0, received.routed.BuildTimeOutRes(int64_t{1} << 32 | 7, 3, table.c_str(),
-                                               OSTRAND_API_GET_RES, bytes.data(), 3000, UINT64_MAX,
-                                               -5));
+  ASSERT_EQ(
+      0, received.routed.BuildTimeOutRes(int64_t{1} << 32 | 7, 3, table.c_str(),
+                                         OSTRAND_API_GET_RES, bytes.data(), 3000, UINT64_MAX, -5));
   table = "xxxxxx";
   bytes.assign(3000, 'x');
   received.routed.HandOver();

@@ -1,5 +1,5 @@
-// What the schema makes of a request's integers, and that C++ integers, the command line's texts and
-// the schema meet in the same record.
+// What the schema makes of a request's integers, and that C++ integers, the command line's texts
+// and the schema meet in the same record.
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -20,12 +20,13 @@ VexMeta Schema() {
   VexMeta schema;
   schema.name = "t";
   schema.key_fields = {{"id", VexFieldType::kUint32, 4, 0}, {"day", VexFieldType::kInt16, 2, 0}};
-  schema.value_fields = {{"i8", VexFieldType::kInt8, 1, 0},    {"i16", VexFieldType::kInt16, 2, 0},
-                         {"i32", VexFieldType::kInt32, 4, 0},  {"i64", VexFieldType::kInt64, 8, 0},
-                         {"u8", VexFieldType::kUint8, 1, 0},   {"u16", VexFieldType::kUint16, 2, 0},
-                         {"u32", VexFieldType::kUint32, 4, 0}, {"u64", VexFieldType::kUint64, 8, 0},
-                         {"f", VexFieldType::kFloat, 4, 0},    {"d", VexFieldType::kDouble, 8, 0},
-                         {"text", VexFieldType::kString, 4, 0}, {"blob", VexFieldType::kBlob, 4, 0}};
+  schema.value_fields = {
+      {"i8", VexFieldType::kInt8, 1, 0},     {"i16", VexFieldType::kInt16, 2, 0},
+      {"i32", VexFieldType::kInt32, 4, 0},   {"i64", VexFieldType::kInt64, 8, 0},
+      {"u8", VexFieldType::kUint8, 1, 0},    {"u16", VexFieldType::kUint16, 2, 0},
+      {"u32", VexFieldType::kUint32, 4, 0},  {"u64", VexFieldType::kUint64, 8, 0},
+      {"f", VexFieldType::kFloat, 4, 0},     {"d", VexFieldType::kDouble, 8, 0},
+      {"text", VexFieldType::kString, 4, 0}, {"blob", VexFieldType::kBlob, 4, 0}};
   EXPECT_EQ(vex_check_meta(schema), 0);
   return schema;
 }
@@ -78,8 +79,9 @@ TEST(RequestSchema, KeysMeetEverywhereTheyCanStand) {
     EXPECT_EQ(BodyAndKey(named), BodyAndKey(open));
     EXPECT_EQ(named.GetRecordCount(), open.GetRecordCount());
   };
-  expect_same(Get("t").Key("id", 7).Key("day", -1).Field("i8").SetUserBuff("user"),
-              Get("t").Key<uint32_t>("id", 7).Key<int16_t>("day", -1).Field("i8").SetUserBuff("user"));
+  expect_same(
+      Get("t").Key("id", 7).Key("day", -1).Field("i8").SetUserBuff("user"),
+      Get("t").Key<uint32_t>("id", 7).Key<int16_t>("day", -1).Field("i8").SetUserBuff("user"));
   expect_same(
       BatchInsert("t").Record().Key("id", 7).Set("i16", 1).Set("text", "x").Record().Key("id", 8),
       BatchInsert("t")
@@ -89,13 +91,10 @@ TEST(RequestSchema, KeysMeetEverywhereTheyCanStand) {
           .Set("text", "x")
           .Record()
           .Key<uint32_t>("id", 8));
-  expect_same(SetTTL("t").Record(5).Key("id", 7).Record(6).Key("id", 8).Key("day", 9),
-              SetTTL("t")
-                  .Record(5)
-                  .Key<uint32_t>("id", 7)
-                  .Record(6)
-                  .Key<uint32_t>("id", 8)
-                  .Key<int16_t>("day", 9));
+  expect_same(
+      SetTTL("t").Record(5).Key("id", 7).Record(6).Key("id", 8).Key("day", 9),
+      SetTTL("t").Record(5).Key<uint32_t>("id", 7).Record(6).Key<uint32_t>("id", 8).Key<int16_t>(
+          "day", 9));
   expect_same(GetTTL("t").Record().Key("id", 7), GetTTL("t").Record().Key<uint32_t>("id", 7));
   expect_same(ListInsert("t").Key("id", 7).Element().Set("i8", 1).Element(),
               ListInsert("t").Key<uint32_t>("id", 7).Element().Set<int8_t>("i8", 1).Element());

@@ -124,9 +124,7 @@ class RouterRoundTrip : public testing::Test, public OstrandFakes::RouterFixture
   static std::string UserBuffOf(const OStrandPkg& pkg) {
     return {pkg.stHead.szUserBuff, pkg.stHead.dwUserBuffLen};
   }
-  std::string UserBuff() {
-    return std::string(response.GetUserBuff());
-  }
+  std::string UserBuff() { return std::string(response.GetUserBuff()); }
   tagAccessRunStatus& Access(int ip = kIp) {
     return *real_statistics.GetAccessRunStatus(
         *real_statistics.GetServiceApiStatistic(kAppId, kZoneId), ip, kPort);
