@@ -16,6 +16,7 @@
 #include <memory>
 
 #include "client/client_request.h"
+#include "client/router_request.h"
 #include "client/tcp_url.h"
 #include "common/clock.h"
 #include "protocol/codec.h"
@@ -54,15 +55,16 @@ std::string SignUpFrame() {
 
 std::string RequestFrame(uint32_t cmd) {
   OstrandService::ClientRequest request;
-  request.Init(cmd, 1, "bench");
-  request.SetKey("k", std::string(16, 'k'));
+  request.Begin(cmd, "bench").Zone(1).Key("k", std::string(16, 'k'));
   if (cmd == ostrand_protocol_cs::OSTRAND_API_REPLACE_REQ) {
-    request.AddValue("value", std::string(100, 'v'));
+    request.Set("value", std::string(100, 'v'));
   }
-  request.SetUserBuff(std::string(kContextLen, 'c').data(), kContextLen);
+  request.SetUserBuff(std::string(kContextLen, 'c'));
+  OstrandService::RouterRequest routed;
+  routed.Load(request.Head(), request.Bytes());
   std::string frame(4096, '\0');
   size_t len = frame.size();
-  request.Pack(frame.data(), len);
+  routed.Pack(frame.data(), len);
   frame.resize(len);
   return frame;
 }

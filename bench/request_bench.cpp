@@ -28,7 +28,8 @@
 #include "client/client_response.h"
 #include "client/judge.h"
 #include "client/latency_data_table.h"
-#include "client/package_views.h"
+#include "client/router_request.h"
+#include "client/router_response.h"
 #include "client/statistic_mgr.h"
 #include "common/clock.h"
 #include "common/mutex.h"
@@ -172,11 +173,6 @@ class World : public OstrandFakes::RouterFixture {
     std::snprintf(qos.szTableName, sizeof(qos.szTableName), "%s", kTable);
     qos.iZoneID = kZoneId;
     router->SetQos(&qos);
-    request.Init(OSTRAND_API_GET_REQ, kZoneId, kTable);
-    request.SetTimeout(1000000000);
-    request.SetTableSubscript(0);
-    request.SetKey("id", std::string(kKeyLen, 'k'));
-    request.SetUserBuff("userdata", 8);
     std::mt19937_64 random(1);
     for (char& byte : keys) {
       byte = static_cast<char>(random());
@@ -184,10 +180,13 @@ class World : public OstrandFakes::RouterFixture {
   }
   ~World() { router.reset(); }  // before its connectors
 
-  // A get of another key.
+  // A get of another key: built anew, shown to the router, sent.
   bool Send() {
-    char* const key = request.GetPkg()->stHead.stKeyInfo.astFields[0].szFieldBuff;
-    std::memcpy(key, &keys[next_key++ % kKeys * kKeyLen], kKeyLen);
+    const std::string_view key(&keys[next_key++ % kKeys * kKeyLen], kKeyLen);
+    built.Get(kTable).Zone(kZoneId).SetUserBuff("userdata").Key("id", key);
+    request.Load(built.Head(), built.Bytes());
+    request.SetTimeout(1000000000);
+    request.SetTableSubscript(0);
     return router->SendRequest(&request) == 0;
   }
 
@@ -216,7 +215,7 @@ class World : public OstrandFakes::RouterFixture {
     OStrandPkgHead& head = pkg->stHead;
     head.dwCmd = OSTRAND_API_GET_RES;
     pkg->stBody.construct(OSTRAND_API_GET_RES);
-    RecordWriter writer(*RecordsOf(*pkg));
+    RecordWriter writer(pkg->stBody.stRecords);
     writer.BeginRecord();
     writer.AddValueField("value", std::string(100, 'v'));
     std::string frame(kLargestFrame, '\0');
@@ -239,8 +238,10 @@ class World : public OstrandFakes::RouterFixture {
   StatisticMgr real_statistics;
   Judge real_judge;
   tagTableQos qos{};
-  ClientRequest request;
-  ClientResponse response;
+  ClientRequest built;
+  RouterRequest request;
+  ClientResponse outcome;
+  RouterResponse response;
   std::unique_ptr<OStrandPkg> pkg = NewOStrandPkg();
   std::vector<char> keys = std::vector<char>(kKeys * kKeyLen);
   size_t next_key = 0;
@@ -363,9 +364,11 @@ void BM_RecvResponse(benchmark::State& state, bool spread) {
     world.RegisterAgain();
     TimeBatch(state, [&] {
       for (int i = 0; i < kBatch; ++i) {
+        world.response.SetTarget(&world.outcome);
         if (world.router->RecvResponse(&world.response, nullptr) != 1) {
           state.SkipWithError("no answer");
         }
+        world.response.HandOver();
       }
     });
     if (world.table.InFlight() != 0) {

@@ -17,7 +17,7 @@
 namespace OstrandCli {
 namespace {
 
-using OstrandService::Client;
+using OstrandService::PollingClient;
 using OstrandService::ClientOptions;
 
 constexpr int kProbeMs = 500;
@@ -67,7 +67,7 @@ std::string WithText(int code) {
 
 // Why a Client did not become ready in time.
 std::string WhyNotReady(const Connection& connection, const ClientOptions& options,
-                        Client& client) {
+                        PollingClient& client) {
   int32_t code = 0;
   std::string text;
   client.GetLastError(code, text);
@@ -140,9 +140,9 @@ ClientOptions Connection::ToOptions() const {
   return options;
 }
 
-int Connection::Open(std::unique_ptr<Client>& client) const { return Open(ToOptions(), client); }
+int Connection::Open(std::unique_ptr<PollingClient>& client) const { return Open(ToOptions(), client); }
 
-int Connection::Open(ClientOptions options, std::unique_ptr<Client>& client) const {
+int Connection::Open(ClientOptions options, std::unique_ptr<PollingClient>& client) const {
   client.reset();
   if (options.directory_urls.empty()) {
     return Fail(kExitUsage, kNoDirectory);
@@ -158,7 +158,7 @@ int Connection::Open(ClientOptions options, std::unique_ptr<Client>& client) con
   if (wrong != nullptr) {
     return Fail(kExitUsage, std::string(wrong) + "; see --help");
   }
-  auto opened = std::make_unique<Client>(options);
+  auto opened = std::make_unique<PollingClient>(options);
   int code = opened->Start();
   if (code == 0) {
     code = opened->WaitReady(wait_ms);

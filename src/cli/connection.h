@@ -18,7 +18,7 @@
 #include <string>
 #include <vector>
 
-#include "client/client.h"
+#include "client/polling_client.h"
 
 namespace CLI {
 class App;
@@ -48,10 +48,10 @@ struct Connection {
   // A Client that can send. kExitSuccess; else `client` is null and a sentence on standard error
   // has said what is wrong and what to do: kExitUsage for options that are wrong, kExitFailure for
   // a directory that does not resolve or answer, and proxies that cannot be used.
-  int Open(std::unique_ptr<OstrandService::Client>& client) const;
+  int Open(std::unique_ptr<OstrandService::PollingClient>& client) const;
   // The same with options made from ToOptions.
   int Open(OstrandService::ClientOptions options,
-           std::unique_ptr<OstrandService::Client>& client) const;
+           std::unique_ptr<OstrandService::PollingClient>& client) const;
 };
 
 // Turns "tcp://host:port" or "host:port" into the form that the library takes, with the first IPv4

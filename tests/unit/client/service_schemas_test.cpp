@@ -178,7 +178,7 @@ TEST_F(ServiceSchemasTest, TakesAnswersToItsOwnQuestionsOnly) {
   AddTable("user", 1);
   AddTable("page", 2);
   StartChecking();
-  ClientResponse response;
+  OstrandService::RouterResponse response;
   response.BuildTimeOutRes(kAppId, 1, "user", ostrand_protocol_cs::OSTRAND_API_METADATA_GET_RES,
                            nullptr, 0, Service::kFirstOwnAsynId - 1, 0);
   EXPECT_FALSE(m_service->TakeOwnAnswer(response));

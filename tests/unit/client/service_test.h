@@ -89,14 +89,15 @@ class ServiceTest : public testing::Test {
   void ReadARecord() {
     constexpr uint64_t kAsynId = 5;
     OstrandService::ClientRequest request;
-    ASSERT_EQ(request.Init(ostrand_protocol_cs::OSTRAND_API_GET_REQ, 1, "user"), 0);
-    ASSERT_EQ(request.SetKey("id", "nobody"), 0);
-    request.SetAppId(kAppId);
-    request.SetAsynID(kAsynId);
-    request.SetTimeout(static_cast<int32_t>(kPatienceMs));
-    request.SetTableSubscript(m_service->FindTable(1, "user"));
+    request.Get("user").Zone(1).Key("id", "nobody");
+    OstrandService::RouterRequest routed;
+    routed.Load(request.Head(), request.Bytes());
+    routed.SetAppId(kAppId);
+    routed.SetAsynID(kAsynId);
+    routed.SetTimeout(static_cast<int32_t>(kPatienceMs));
+    routed.SetTableSubscript(m_service->FindTable(1, "user"));
     m_answers.clear();
-    ASSERT_EQ(m_service->RouterOf(1)->SendRequest(&request), 0);
+    ASSERT_EQ(m_service->RouterOf(1)->SendRequest(&routed), 0);
     EXPECT_EQ(m_service->InFlight(1), 1u);
     ASSERT_TRUE(UpdateUntil([&] { return !m_answers.empty(); }));
     EXPECT_EQ(m_answers, std::vector<uint64_t>{kAsynId});
@@ -139,7 +140,7 @@ class ServiceTest : public testing::Test {
     }
   }
 
-  OstrandService::ClientResponse m_response;
+  OstrandService::RouterResponse m_response;
 };
 
 }  // namespace OstrandTests
