@@ -146,6 +146,20 @@ TEST_F(ClientTest, RefusesWhatCannotBeSentAndSendsNothing) {
   EXPECT_EQ(m_client->InFlight(), 0u);
 }
 
+TEST_F(ClientTest, ATableInSeveralZonesNeedsItsZone) {
+  StartFleet(1);
+  ClientOptions options = Options();
+  options.zones = {kZone, kZone + 1};
+  options.tables = {
+      {kTable, kZone, nullptr}, {kTable, kZone + 1, nullptr}, {"one", kZone, nullptr}};
+  Client client(options);
+  ASSERT_EQ(client.Start(), 0);
+  EXPECT_EQ(client.Send(Get(kTable).Key("id", 1)), CLIENT_ERR_TABLE);
+  EXPECT_NE(client.Send(Get(kTable).Zone(kZone + 1).Key("id", 1)), CLIENT_ERR_TABLE);
+  EXPECT_NE(client.Send(Get("one").Key("id", 1)), CLIENT_ERR_TABLE);
+  EXPECT_EQ(client.Send(Get("one").Zone(kZone + 1).Key("id", 1)), CLIENT_ERR_TABLE);
+}
+
 TEST_F(ClientTest, FollowsARouteThatChangesUnderLoadWithoutAWrongAnswer) {
   StartFleet(6);
   const auto urls = m_fleet->ProxyUrls();

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "client/error_text.h"
+#include "client/runtime_errors.h"
 #include "integration/integration_kit.h"
 #include "protocol/ostrand_protocol_cs.h"
 
@@ -269,6 +270,22 @@ TEST_F(Schemas, ThatAgreePass) {
   ASSERT_TRUE(m_response.GetMetadata(metadata));
   EXPECT_EQ(metadata.version, 3);
   EXPECT_FALSE(metadata.image.empty());
+}
+
+TEST_F(Schemas, DecideTheWidthOfIntegers) {
+  const VexMeta schema = Schema(32);
+  StartWithSchema(schema, &schema);
+  ASSERT_EQ(m_client->WaitReady(static_cast<int>(kPatienceMs)), 0);
+  ASSERT_EQ(m_client->Call(m_request.Insert(kTable).Key("uid", 42).Set("name", "Ada"), m_response),
+            0);
+  EXPECT_EQ(m_response.GetResult(), 0) << "the store takes 4 bytes alone";
+  ASSERT_EQ(m_client->Call(m_request.Get(kTable).Key<uint32_t>("uid", 42), m_response), 0);
+  EXPECT_EQ(m_response.GetResult(), 0);
+  EXPECT_EQ(m_client->Send(m_request.Get(kTable).Key("uid", -1)),
+            OstrandService::RUNTIME_ERR_VALUE_RANGE);
+  EXPECT_EQ(m_request.FaultText().find("\"uid\""), 0u) << m_request.FaultText();
+  EXPECT_EQ(m_client->Send(m_request.Get(kTable).Key<int64_t>("uid", 42)),
+            OstrandService::RUNTIME_ERR_FIELD_TYPE);
 }
 
 TEST_F(Schemas, ThatDifferAreToldWithACode) {
