@@ -101,7 +101,7 @@ class TestSystem : public OstrandFakes::ForwardingSystem {
 };
 
 // Notes everything and, unless told otherwise, uses all input.
-class NotingListener : public TcpStream::Listener {
+class NotingListener final : public TcpStream::Listener {
  public:
   void OnConnected() override {
     ++connected;

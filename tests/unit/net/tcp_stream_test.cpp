@@ -373,6 +373,32 @@ TEST_F(StreamTest, AsksForRoomOnlyWhileTheSocketIsFull) {
   EXPECT_EQ(3, system.poll_changes);  // the peer reads again; room no more asked for
 }
 
+TEST_F(StreamTest, TellsOfTheRoomThatWasAskedFor) {
+  ASSERT_NO_FATAL_FAILURE(Connect());
+  stream.AskForRoom(limits.max_output);
+  EXPECT_EQ(0, told.rooms);
+  loop.RunOnce(-1);
+  EXPECT_EQ(1, told.rooms);
+  stream.Queue("abc", 3);
+  stream.AskForRoom(limits.max_output);
+  Until([&] { return told.rooms == 2; });
+  EXPECT_EQ(0U, stream.OutputSize());
+}
+
+TEST_F(StreamTest, ThatDoesNotSendKeepsWhatIsQueuedAndAsksForNothing) {
+  ASSERT_NO_FATAL_FAILURE(Connect());
+  stream.SetSending(false);
+  stream.Queue("abc", 3);
+  SomeRounds();
+  system.poll_waits = 0;
+  loop.RunOnce(20);  // sleeps: nothing of the socket is waited for
+  EXPECT_EQ(1, system.poll_waits);
+  EXPECT_EQ(3U, stream.OutputSize());
+  EXPECT_EQ("", peer_told.input);
+  stream.SetSending(true);
+  Until([&] { return peer_told.input == "abc"; });
+}
+
 TEST_F(StreamTest, TellsWhenThePeerCloses) {
   ASSERT_NO_FATAL_FAILURE(Connect());
   peer.Queue("last words", 10);
