@@ -160,7 +160,6 @@ TEST_F(AnswerFaults, RefusedPackagesDoNotHoldUpTheOnesBehindThem) {
   StartFleet(1);
   auto options = Options();
   options.keep_user_buffers = true;
-  options.update_interval_ms = 100;
   StartClient(options);
   SetFaults(0, [](ProxyFaults& faults) { faults.answer = AnswerFault::kDuplicate; });
   const uint64_t wanted = 500;

@@ -123,7 +123,6 @@ ClientOptions RuntimeTest::Options() {
   options.default_timeout_ms = 60000;
   options.perf_sample_percent = 20;
   options.directory_refresh_ms = 20;
-  options.update_interval_ms = 2;
   return options;
 }
 

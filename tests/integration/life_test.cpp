@@ -40,7 +40,6 @@ class Life : public RuntimeTest {
 TEST_F(Life, AThousandStartsAndStops) {
   StartFleet(1);
   auto options = Options();
-  options.update_interval_ms = 1;
   for (int i = 0; i < OstrandFakes::Rounds(1000); ++i) {
     PollingClient client(options);
     ASSERT_EQ(client.Start(), 0) << i;

@@ -23,7 +23,7 @@ ClientOptions GoodOptions() {
 constexpr char kAppId[] = "app_id must be 1 to 2147483647";
 constexpr char kZones[] = "there must be 1 to 64 zones, each once";
 constexpr char kNoUrl[] = "at least one directory url is needed";
-constexpr char kUrl[] = "a directory url must have the form tcp://127.0.0.1:9000";
+constexpr char kUrl[] = "a directory url must have the form tcp://HOST:PORT or tcp://[IPV6]:PORT";
 constexpr char kTables[] = "there must be 1 to 256 tables";
 constexpr char kNoSignature[] = "a signature, or a user name and a password, is needed";
 constexpr char kSignature[] =
@@ -34,7 +34,8 @@ constexpr char kInFlight[] = "max_in_flight must be 1 to 2147483647";
 constexpr char kBuffer[] = "buffer_limit must be 64 KiB to 1 GiB";
 constexpr char kHeartbeat[] = "heartbeat_ms must be at least 1 and below check_heartbeat_ms";
 constexpr char kSampling[] = "perf_sample_percent must be 0 to 100";
-constexpr char kIntervals[] = "directory_refresh_ms and update_interval_ms must be at least 1";
+constexpr char kRefresh[] = "directory_refresh_ms must be at least 1";
+constexpr char kWaiting[] = "max_waiting must be 0 to 2147483647";
 constexpr char kTableName[] = "a table name must have 1 to 31 characters";
 constexpr char kTableZone[] = "a table names a zone that is not among the zones";
 constexpr char kTableTwice[] = "a table is given twice for one zone";
@@ -151,11 +152,9 @@ INSTANTIATE_TEST_SUITE_P(
                     RULE(SamplingNegative, o.perf_sample_percent = -1, kSampling),
 
                     RULE(RefreshOne, o.directory_refresh_ms = 1, nullptr),
-                    RULE(RefreshZero, o.directory_refresh_ms = 0, kIntervals),
-                    RULE(UpdateOne, o.update_interval_ms = 1, nullptr),
-                    RULE(UpdateZero, o.update_interval_ms = 0, kIntervals),
-                    RULE(UpdateNegative, o.update_interval_ms = std::numeric_limits<int64_t>::min(),
-                         kIntervals)),
+                    RULE(RefreshZero, o.directory_refresh_ms = 0, kRefresh),
+                    RULE(NothingWaits, o.max_waiting = 0, nullptr),
+                    RULE(TooMuchWaits, o.max_waiting = size_t{INT32_MAX} + 1, kWaiting)),
     [](const auto& tested) { return std::string(tested.param.name); });
 
 INSTANTIATE_TEST_SUITE_P(
