@@ -37,6 +37,16 @@ ClientCore::~ClientCore() {
 int ClientCore::Start() { return m_loop.Error() != 0 ? ROUTER_ERR_FAILED : m_service.Start(); }
 
 void ClientCore::LookAfterOwner() {
+  const int64_t passed_ms = LookAtClock();
+  if (passed_ms >= kPauseMs) {
+    m_service.OnOwnerPaused(passed_ms);
+    m_loop.RunOnce(0);  // what came meanwhile, before anybody is called silent
+    AfterRound();
+  }
+}
+
+// Looks at the clock. How much of its time passed since the last look.
+int64_t ClientCore::LookAtClock() {
   const int64_t before_ms = m_loop.NowMs();
   m_loop.LookAtClock();
   const int64_t passed_ms = m_loop.NowMs() - before_ms;
@@ -44,11 +54,7 @@ void ClientCore::LookAfterOwner() {
     Restamp();
   }
   m_stamped.clear();
-  if (passed_ms >= kPauseMs) {
-    m_service.OnOwnerPaused(passed_ms);
-    m_loop.RunOnce(0);  // what came meanwhile, before anybody is called silent
-    AfterRound();
-  }
+  return passed_ms;
 }
 
 // Requests that were sent since the clock was looked at have its old time; their own begins now.
@@ -108,6 +114,10 @@ void ClientCore::AfterRound() {
 void ClientCore::Flush() {
   m_loop.FlushAll();
   m_queued = 0;
+  const int64_t passed_ms = LookAtClock();  // the owner may have paused before it sent
+  if (passed_ms >= kPauseMs) {
+    m_service.OnOwnerPaused(passed_ms);
+  }
 }
 
 int64_t ClientCore::NextDueMs() {

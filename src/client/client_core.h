@@ -63,6 +63,7 @@ class ClientCore : private ServiceListener {
   // One round of the loop, waiting until `until_ms` (monotonic) at the latest, and what follows from
   // it.
   void Round(int64_t until_ms);
+  // Sends what is queued; the time of what was sent since the last look at the clock begins now.
   void Flush();
 
   // When there is something to do by the clock; INT64_MIN: now.
@@ -104,6 +105,7 @@ class ClientCore : private ServiceListener {
   void ForgetTry(PendingRequest& request);
   void LeaveWaiting(PendingRequest& request);
   void AfterRound();
+  int64_t LookAtClock();
   void Restamp();
   int32_t ReasonOf(Zone& zone, Chance chance) const;
 

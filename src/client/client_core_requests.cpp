@@ -74,8 +74,6 @@ int ClientCore::Send(const RequestHead& head, const char* bytes, uint64_t& id) {
   m_stamped.push_back(id);
   if (++m_queued >= kSendTogether || m_pending.size() == 1) {
     Flush();
-    m_stamped.clear();
-    m_loop.LookAtClock();
   }
   return 0;
 }

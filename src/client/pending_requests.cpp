@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <new>
+#include <utility>
 
 namespace OstrandService {
 
@@ -27,13 +28,19 @@ PendingRequest* PendingRequests::Add() {
   return &request;
 }
 
+// A block more; what is beside the blocks grows by doubling.
 void PendingRequests::Grow() {
   const size_t slots = (m_blocks.size() + 1) * kBlock;
-  m_blocks.reserve(std::max(m_blocks.size() + 1, 2 * m_blocks.capacity()));
+  if (m_blocks.size() == m_blocks.capacity()) {
+    m_blocks.reserve(std::max<size_t>(2 * m_blocks.size(), 8));
+  }
   auto block = std::make_unique<PendingRequest[]>(kBlock);
-  if (!m_due.Reserve(static_cast<uint32_t>(
-          std::max(slots, std::min(m_blocks.capacity() * kBlock, 2 * slots))))) {
-    throw std::bad_alloc();
+  if (slots > m_due_room) {
+    const size_t room = std::max(slots, std::min<size_t>(2 * m_due_room, kSlotMask + 1));
+    if (!m_due.Reserve(static_cast<uint32_t>(room))) {
+      throw std::bad_alloc();
+    }
+    m_due_room = room;
   }
   m_blocks.push_back(std::move(block));
 }

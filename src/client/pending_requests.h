@@ -119,6 +119,7 @@ class PendingRequests {
   uint32_t m_free = kNoRequest;                             // chained by `next`
   uint32_t m_used = 0;                                      // slots that were ever in use
   DeadlineQueue m_due;
+  size_t m_due_room = 0;  // slots that m_due has room for
   size_t m_size = 0;
   uint32_t m_last_number = 0;  // of ids
 };
