@@ -152,7 +152,7 @@ TEST_F(ClientTest, ATableInSeveralZonesNeedsItsZone) {
   options.zones = {kZone, kZone + 1};
   options.tables = {
       {kTable, kZone, nullptr}, {kTable, kZone + 1, nullptr}, {"one", kZone, nullptr}};
-  Client client(options);
+  PollingClient client(options);
   ASSERT_EQ(client.Start(), 0);
   EXPECT_EQ(client.Send(Get(kTable).Key("id", 1)), CLIENT_ERR_TABLE);
   EXPECT_NE(client.Send(Get(kTable).Zone(kZone + 1).Key("id", 1)), CLIENT_ERR_TABLE);

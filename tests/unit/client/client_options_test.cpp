@@ -92,7 +92,9 @@ INSTANTIATE_TEST_SUITE_P(
 
         RULE(NoUrl, o.directory_urls.clear(), kNoUrl),
         RULE(EmptyUrl, o.directory_urls.emplace_back(""), kUrl),
-        RULE(UrlOfAName, o.directory_urls[0] = "tcp://directory:9000", kUrl),
+        RULE(UrlOfAName, o.directory_urls[0] = "tcp://directory:9000", nullptr),
+        RULE(UrlOfIpv6, o.directory_urls[0] = "tcp://[::1]:9000", nullptr),
+        RULE(UrlWithoutHost, o.directory_urls[0] = "tcp://:9000", kUrl),
         RULE(SecondUrlBad, o.directory_urls[1] = "tcp://127.0.0.1:0", kUrl),
 
         RULE(NoTable, o.tables.clear(), kTables), RULE(ManyTables, SetTables(o, 256), nullptr),
