@@ -55,8 +55,12 @@ struct PollingClient::Impl {
   ClientCounters final_counters;  // after Stop
 };
 
-PollingClient::PollingClient(const ClientOptions& options)
-    : PollingClient(options, OSTRNET::System::Kernel()) {}
+PollingClient::PollingClient(const ClientOptions& options) {
+  WithCodes([this, &options] {
+    m_impl = std::make_unique<Impl>(options, OSTRNET::System::Kernel());
+    return 0;
+  });
+}
 
 PollingClient::PollingClient(const ClientOptions& options, OSTRNET::System& system) {
   WithCodes([this, &options, &system] {
