@@ -104,6 +104,7 @@ class ClientCore : private ServiceListener {
   void Forget(PendingRequest& request);
   void ForgetTry(PendingRequest& request);
   void LeaveWaiting(PendingRequest& request);
+  bool RoomCame();
   void AfterRound();
   int64_t LookAtClock();
   void Restamp();

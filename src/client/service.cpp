@@ -291,12 +291,16 @@ bool Service::CanRoute(Zone& zone) {
     return zone.can_route;
   }
   zone.look_again = false;
-  const auto& connectors = zone.connectors->Connectors();
-  const bool can_route =
-      !zone.circle_line.empty() &&
-      std::any_of(connectors.begin(), connectors.end(),
-                  [](const auto& connector) { return Zone::IsUsable(*connector); });
-  zone.wake = zone.wake || (can_route && !zone.can_route);
+  uint64_t usable = 0;
+  for (const auto& connector : zone.connectors->Connectors()) {
+    if (Zone::IsUsable(*connector)) {
+      usable = usable * 31 + connector->connection();
+    }
+  }
+  const bool can_route = usable != 0 && !zone.circle_line.empty();
+  // Others than before: what had no room with those may have some with these.
+  zone.wake = zone.wake || (can_route && (!zone.can_route || usable != zone.usable));
+  zone.usable = usable;
   zone.can_route = can_route;
   return can_route;
 }

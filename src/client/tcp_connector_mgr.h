@@ -69,12 +69,9 @@ class TcpConnectorMgr : public OSTRNET::CConnectorMgr {
   // Connectors whose output filled more than half of its limit when CheckRoom last looked, or
   // since.
   size_t OverHalf() const { return m_over_half; }
-  // Looks for room in those, and tells it to who waits. Call it after each round and flush.
-  void CheckRoom() {
-    if (!m_watched.empty()) {
-      CheckWatched();
-    }
-  }
+  // Looks for room in those, and tells it to who waits. Call it after each round and flush. Whether
+  // there was somebody to tell.
+  bool CheckRoom() { return !m_watched.empty() && CheckWatched(); }
   // Frames that came, and that were taken, so far.
   uint64_t FramesIn() const { return m_frames_in; }
   uint64_t FramesTaken() const { return m_frames_taken; }
@@ -85,7 +82,7 @@ class TcpConnectorMgr : public OSTRNET::CConnectorMgr {
   friend class TcpConnector;
 
   void Watch(TcpConnector* connector);
-  void CheckWatched();
+  bool CheckWatched();
   void LogClosed(const char* url, const char* reason);
 
   OSTRNET::EventLoop& m_loop;
