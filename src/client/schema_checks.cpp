@@ -22,13 +22,16 @@ void SchemaChecks::Add(Zone& zone, const std::string& table, int32_t meta_versio
 
 void SchemaChecks::Update(int64_t now_ms, OStrandPkg& pkg, char* buffer, size_t size) {
   for (Check& check : m_checks) {
-    if (check.is_done || now_ms < check.due_ms) {
+    if (check.is_done || (now_ms < check.due_ms && !check.waits_for_proxy)) {
       continue;
     }
     if (check.asyn_id != 0) {
       Postpone(check, now_ms, ClientResponse::kResultTimeOut);
-    } else if (!Ask(check, now_ms, pkg, buffer, size)) {
-      check.due_ms = now_ms + kFirstPauseMs / 10;  // no proxy, or no room: what changes that wakes us
+    } else {
+      check.waits_for_proxy = !Ask(check, now_ms, pkg, buffer, size);
+      if (check.waits_for_proxy) {  // or for its room
+        check.due_ms = now_ms + kFirstPauseMs / 10;
+      }
     }
   }
 }

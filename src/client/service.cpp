@@ -33,7 +33,7 @@ constexpr int64_t kIdleMs = 1000;
 }  // namespace
 
 // What a zone's connections do to it.
-class Service::ZoneEvents : public ConnectorEvents {
+class Service::ZoneEvents final : public ConnectorEvents {
  public:
   ZoneEvents(Service& service, Zone& zone) : m_service(service), m_zone(zone) {}
 
@@ -55,9 +55,11 @@ class Service::ZoneEvents : public ConnectorEvents {
       Changed();
     }
   }
-  // The other Disconnect, of a proxy that is tried again, comes while it is not available.
+  // The other Disconnect, of a proxy that is tried again, comes while it is not available. Of one
+  // that is not signed up nobody ever takes what it sent: it would never be read again.
   bool IsForSilence(const TcpConnector& connector) override {
-    return static_cast<const ProxyServer*>(connector.arg())->is_available;
+    const auto* server = static_cast<const ProxyServer*>(connector.arg());
+    return server->is_available && server->auth_succeed;
   }
 
  private:
@@ -70,7 +72,7 @@ class Service::ZoneEvents : public ConnectorEvents {
   Zone& m_zone;
 };
 
-class Service::DirectoryEvents : public ConnectorEvents {
+class Service::DirectoryEvents final : public ConnectorEvents {
  public:
   explicit DirectoryEvents(Service& service) : m_service(service) {}
 
@@ -163,6 +165,7 @@ void Service::StartDirectory() {
   m_directory_events = std::make_unique<DirectoryEvents>(*this);
   m_directory_connectors = std::make_unique<TcpConnectorMgr>(m_loop, m_logger, m_options.module_id,
                                                              *m_directory_events);
+  m_directory_connectors->LeavePausesToOthers();  // or a pause would use up the patience
   DirectoryListener& listener = *this;
   m_directory = std::make_unique<DirectoryClient>(*m_directory_connectors, m_logger,
                                                   m_options.module_id, directory, listener);

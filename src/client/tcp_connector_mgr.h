@@ -61,6 +61,9 @@ class TcpConnectorMgr : public OSTRNET::CConnectorMgr {
   int RemoveConnector(OSTRNET::CConnector* connector) override;
   const char* GetLastErrDesc() override { return m_error.c_str(); }
 
+  // Connect tries at once, also after failed attempts: whoever calls it rests between them itself.
+  void LeavePausesToOthers() { m_has_pauses = false; }
+
   const std::vector<std::unique_ptr<TcpConnector>>& Connectors() const { return m_connectors; }
   TcpConnector* Find(const OSTRNET::CConnector* connector) const;
 
@@ -90,6 +93,7 @@ class TcpConnectorMgr : public OSTRNET::CConnectorMgr {
   const int m_module_id;
   ConnectorEvents& m_events;
   const size_t m_default_limit;
+  bool m_has_pauses = true;
   std::string m_error;
   std::vector<std::unique_ptr<TcpConnector>> m_connectors;
   std::vector<TcpConnector*> m_watched;  // over half, or with somebody waiting for room

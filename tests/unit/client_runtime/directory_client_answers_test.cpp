@@ -2,7 +2,7 @@
 #include <climits>
 
 #include "client/directory_client.h"
-#include "unit/client/directory_client_test.h"
+#include "unit/client_runtime/directory_client_test.h"
 
 namespace OstrandTests {
 namespace {
@@ -61,11 +61,11 @@ INSTANTIATE_TEST_SUITE_P(
         BadAnswer{"OnlyBadRows",
                   [](DirAnswer& answer) {
                     SetRow(answer.aszAccessUrlList[0], "");
-                    SetRow(answer.aszAccessUrlList[1], "tcp://proxy:100");
+                    SetRow(answer.aszAccessUrlList[1], "tcp://10.1.0.256:100");
                   },
-                  {"proxy row 0 left out: \"\" is not of the form tcp://127.0.0.1:9000",
-                   "proxy row 1 left out: \"tcp://proxy:100\" is not of the form "
-                   "tcp://127.0.0.1:9000",
+                  {"proxy row 0 left out: \"\" is not of the form tcp://HOST:PORT or tcp://[IPV6]:PORT",
+                   "proxy row 1 left out: \"tcp://10.1.0.256:100\" is not of the form "
+                   "tcp://HOST:PORT or tcp://[IPV6]:PORT",
                    "answer refused: zone 1 has no usable proxy"}}),
     [](const auto& tested) { return tested.param.name; });
 
@@ -135,11 +135,16 @@ TEST_F(DirectoryClientRowsTest, LeavesOutRowsThatNoConnectorCouldBeMadeFor) {
                         {"tcp://10.1.0.2:100", "id3"},
                         {"tcp://10.1.0.4:100", "id5"}}));
   EXPECT_EQ(Errors(), (std::vector<std::string>{
-                          "proxy row 1 left out: \"\" is not of the form tcp://127.0.0.1:9000",
+                          "proxy row 1 left out: \"\" is not of the form tcp://HOST:PORT or tcp://[IPV6]:PORT",
                           "proxy row 2 left out: \"tcp://10.1.0.1:0\" is not of the form "
-                          "tcp://127.0.0.1:9000",
+                          "tcp://HOST:PORT or tcp://[IPV6]:PORT",
                           "proxy row 4 left out: \"udp://10.1.0.3:100\" is not of the form "
-                          "tcp://127.0.0.1:9000"}));
+                          "tcp://HOST:PORT or tcp://[IPV6]:PORT"}));
+}
+
+TEST_F(DirectoryClientRowsTest, HandsOnNamesAndIpv6Addresses) {
+  const Rows rows = Pass({"tcp://proxy-1.example:100", "tcp://[::1]:100"});
+  EXPECT_EQ(rows, (Rows{{"tcp://proxy-1.example:100", "id0"}, {"tcp://[::1]:100", "id1"}}));
 }
 
 TEST_F(DirectoryClientRowsTest, LeavesOutRowsThatAreThereAlready) {
@@ -156,7 +161,8 @@ TEST_F(DirectoryClientRowsTest, LeavesOutARowWithoutAnEnd) {
   ASSERT_EQ(endless.size(), 64u);
   const Rows rows = Pass({endless, endless.substr(0, 15) + endless.substr(16)});
   EXPECT_EQ(rows, (Rows{{"tcp://10.1.0.1:" + std::string(45, '0') + "100", "id1"}}));
-  EXPECT_EQ(Errors().size(), 1u);
+  EXPECT_EQ(Errors(), std::vector<std::string>{"proxy row 0 left out: \"" + endless +
+                                               "\" has more than 63 characters"});
 }
 
 TEST_F(DirectoryClientRowsTest, HandsOnAnIdWithoutAnEnd) {

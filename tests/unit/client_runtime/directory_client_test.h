@@ -8,6 +8,7 @@
 #include <cstring>
 #include <functional>
 #include <memory>
+#include <random>
 #include <string>
 #include <utility>
 #include <vector>
@@ -45,6 +46,11 @@ class DirectoryClientTest : public testing::Test, public OstrandService::Directo
     m_options.app_id = kAppId;
     m_options.zones = {1};
     m_options.api_version = "1.2.3";
+    Seed(1);
+  }
+
+  void Seed(uint64_t seed) {
+    m_options.random = [random = std::mt19937_64(seed)]() mutable { return random(); };
   }
 
   void Make() {
@@ -116,9 +122,13 @@ class DirectoryClientTest : public testing::Test, public OstrandService::Directo
   OstrandFakes::ScriptedConnectorMgr m_mgr;
   OstrandService::DirectoryOptions m_options;
   std::vector<HandedOn> m_handed_on;
+  std::vector<std::string> m_failures;  // "url: reason"
   std::unique_ptr<OstrandService::DirectoryClient> m_client;  // dies before the manager
 
  private:
+  void OnDirectoryFailure(const char* url, const char* reason) override {
+    m_failures.push_back(std::string(url) + ": " + reason);
+  }
   void OnDirectoryAnswer(int32_t zone_id, const DirPkg& answer) override {
     HandedOn handed_on;
     handed_on.zone = zone_id;

@@ -1,7 +1,7 @@
 // When the client asks, whom, and what it does about directories that fail.
 #include "client/directory_client.h"
 
-#include "unit/client/directory_client_test.h"
+#include "unit/client_runtime/directory_client_test.h"
 
 namespace OstrandTests {
 namespace {
@@ -154,6 +154,9 @@ TEST_P(DirectoryClientFailureTest, RestsAndTurnsToTheNextDirectory) {
             (std::vector<std::string>{
                 std::string("directory tcp://10.0.0.1:9000: ") + GetParam().reason +
                 "; the route stays as it is, next attempt in " + std::to_string(rest_ms) + " ms"}));
+  EXPECT_EQ(m_failures,
+            std::vector<std::string>{std::string("tcp://10.0.0.1:9000: ") + GetParam().reason});
+  EXPECT_EQ(m_client->NextDueMs(), now_ms + rest_ms);
   EXPECT_EQ(At(0).disconnects(), std::vector<int>{0});
   EXPECT_EQ(At(0).queued_frames(), 0u);
   EXPECT_TRUE(m_handed_on.empty());
@@ -318,11 +321,11 @@ TEST_F(DirectoryClientTest, GoesAroundAllDirectories) {
 }
 
 TEST_F(DirectoryClientTest, SaysWhichDirectoryCannotBeUsedAndTriesTheOthers) {
-  m_mgr.FailCreation(1, "the url is not of the form tcp://127.0.0.1:9000");
+  m_mgr.FailCreation(1, "the url is not of the form tcp://HOST:PORT");
   Make();
   EXPECT_EQ(Errors(), (std::vector<std::string>{
                           "no connector for directory tcp://10.0.0.1:9000: the url is not of the "
-                          "form tcp://127.0.0.1:9000"}));
+                          "form tcp://HOST:PORT"}));
   Update(kStart);
   EXPECT_EQ(m_client->Failures(), 1u);
   EXPECT_NE(Warnings().at(0).find("the address cannot be used"), std::string::npos);
@@ -337,7 +340,7 @@ class DirectoryClientRestTest : public DirectoryClientTest {
     m_client.reset();
     m_logger.Clear();
     m_options.urls.resize(1);
-    m_options.random_seed = seed;
+    Seed(seed);
     MakeAccepting();
     At(0).SetConnect(-1);
     std::vector<int64_t> rests;
