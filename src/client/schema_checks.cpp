@@ -76,8 +76,8 @@ TcpConnector* SchemaChecks::AnyUsable(Zone& zone, uint64_t number) {
 void SchemaChecks::Postpone(Check& check, int64_t now_ms, int32_t error) {
   check.asyn_id = 0;
   check.last_error = error;
-  check.pause_ms = check.pause_ms == 0 ? kFirstPauseMs
-                                       : std::min(2 * check.pause_ms, kLongestPauseMs);
+  check.pause_ms =
+      check.pause_ms == 0 ? kFirstPauseMs : std::min(2 * check.pause_ms, kLongestPauseMs);
   check.due_ms = now_ms + check.pause_ms;
 }
 
@@ -102,8 +102,7 @@ bool SchemaChecks::TakeFrame(const char* frame, size_t len, int64_t now_ms, OStr
   if (check == m_checks.end()) {
     return true;  // too late
   }
-  int result =
-      UnpackWholeCsPkgMaybeDecompress(pkg, nullptr, 0, frame, len, nullptr, nullptr, 0);
+  int result = UnpackWholeCsPkgMaybeDecompress(pkg, nullptr, 0, frame, len, nullptr, nullptr, 0);
   result = result != 0 ? result : pkg.stHead.iResult;
   if (result != 0) {
     Postpone(*check, now_ms, result);

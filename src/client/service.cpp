@@ -55,11 +55,9 @@ class Service::ZoneEvents final : public ConnectorEvents {
       Changed();
     }
   }
-  // The other Disconnect, of a proxy that is tried again, comes while it is not available. Of one
-  // that is not signed up nobody ever takes what it sent: it would never be read again.
+  // The other Disconnect, of a proxy that is tried again, comes while it is not available.
   bool IsForSilence(const TcpConnector& connector) override {
-    const auto* server = static_cast<const ProxyServer*>(connector.arg());
-    return server->is_available && server->auth_succeed;
+    return static_cast<const ProxyServer*>(connector.arg())->is_available;
   }
 
  private:

@@ -58,15 +58,16 @@ INSTANTIATE_TEST_SUITE_P(
                   [](DirAnswer& answer) { answer.iAccessCount = INT_MIN; },
                   {Refused("result 0, application 7 (ours 7), zone 1 (asked for 1), "
                            "proxies -2147483648")}},
-        BadAnswer{"OnlyBadRows",
-                  [](DirAnswer& answer) {
-                    SetRow(answer.aszAccessUrlList[0], "");
-                    SetRow(answer.aszAccessUrlList[1], "tcp://10.1.0.256:100");
-                  },
-                  {"proxy row 0 left out: \"\" is not of the form tcp://HOST:PORT or tcp://[IPV6]:PORT",
-                   "proxy row 1 left out: \"tcp://10.1.0.256:100\" is not of the form "
-                   "tcp://HOST:PORT or tcp://[IPV6]:PORT",
-                   "answer refused: zone 1 has no usable proxy"}}),
+        BadAnswer{
+            "OnlyBadRows",
+            [](DirAnswer& answer) {
+              SetRow(answer.aszAccessUrlList[0], "");
+              SetRow(answer.aszAccessUrlList[1], "tcp://10.1.0.256:100");
+            },
+            {"proxy row 0 left out: \"\" is not of the form tcp://HOST:PORT or tcp://[IPV6]:PORT",
+             "proxy row 1 left out: \"tcp://10.1.0.256:100\" is not of the form "
+             "tcp://HOST:PORT or tcp://[IPV6]:PORT",
+             "answer refused: zone 1 has no usable proxy"}}),
     [](const auto& tested) { return tested.param.name; });
 
 TEST_F(DirectoryClientTest, TakesTheAnswersForOtherZonesThanTheOneItCannotUse) {
@@ -134,12 +135,14 @@ TEST_F(DirectoryClientRowsTest, LeavesOutRowsThatNoConnectorCouldBeMadeFor) {
   EXPECT_EQ(rows, (Rows{{"tcp://10.1.0.1:100", "id0"},
                         {"tcp://10.1.0.2:100", "id3"},
                         {"tcp://10.1.0.4:100", "id5"}}));
-  EXPECT_EQ(Errors(), (std::vector<std::string>{
-                          "proxy row 1 left out: \"\" is not of the form tcp://HOST:PORT or tcp://[IPV6]:PORT",
-                          "proxy row 2 left out: \"tcp://10.1.0.1:0\" is not of the form "
-                          "tcp://HOST:PORT or tcp://[IPV6]:PORT",
-                          "proxy row 4 left out: \"udp://10.1.0.3:100\" is not of the form "
-                          "tcp://HOST:PORT or tcp://[IPV6]:PORT"}));
+  EXPECT_EQ(
+      Errors(),
+      (std::vector<std::string>{
+          "proxy row 1 left out: \"\" is not of the form tcp://HOST:PORT or tcp://[IPV6]:PORT",
+          "proxy row 2 left out: \"tcp://10.1.0.1:0\" is not of the form "
+          "tcp://HOST:PORT or tcp://[IPV6]:PORT",
+          "proxy row 4 left out: \"udp://10.1.0.3:100\" is not of the form "
+          "tcp://HOST:PORT or tcp://[IPV6]:PORT"}));
 }
 
 TEST_F(DirectoryClientRowsTest, HandsOnNamesAndIpv6Addresses) {

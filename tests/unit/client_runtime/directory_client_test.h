@@ -122,7 +122,7 @@ class DirectoryClientTest : public testing::Test, public OstrandService::Directo
   OstrandFakes::ScriptedConnectorMgr m_mgr;
   OstrandService::DirectoryOptions m_options;
   std::vector<HandedOn> m_handed_on;
-  std::vector<std::string> m_failures;  // "url: reason"
+  std::vector<std::string> m_failures;                        // "url: reason"
   std::unique_ptr<OstrandService::DirectoryClient> m_client;  // dies before the manager
 
  private:

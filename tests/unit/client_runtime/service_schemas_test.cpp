@@ -140,8 +140,10 @@ TEST_F(ServiceSchemasTest, AsksAgainAfterErrorsLaterAndLater) {
   ASSERT_TRUE(AreAsked("user", 1));
   size_t asked = 1;
   for (const int64_t pause_ms : {3000, 6000, 12000, 24000, 30000, 30000}) {
-    ASSERT_TRUE(RoundUntil([&] { return m_core->GetService().NextUpdateMs() != INT64_MIN &&
-                                        m_core->GetService().SchemaTrouble() != 0; }));
+    ASSERT_TRUE(RoundUntil([&] {
+      return m_core->GetService().NextUpdateMs() != INT64_MIN &&
+             m_core->GetService().SchemaTrouble() != 0;
+    }));
     ASSERT_TRUE(RoundUntil([&] { return m_fleet->Counters(0).metadata_requests >= asked; }));
     for (int i = 0; i < 20; ++i) Round();  // the error is here
     EXPECT_EQ(ResultOf("user"), kPending);
@@ -218,7 +220,7 @@ TEST_F(ServiceSchemasTest, DoesNotBelieveAnAnswerThatTellsOfAnotherTable) {
   pkg->stHead.ullAsynID = kFirstOwnAsynId;
   size_t len = size;
   ASSERT_EQ(ostrand_protocol_cs::PackWholeCsPkgMaybeCompress(buffer, len, nullptr, 0, *pkg,
-                                                            pkg->stHead.wVersion, nullptr),
+                                                             pkg->stHead.wVersion, nullptr),
             0);
   EXPECT_TRUE(checks.TakeFrame(buffer, len, 1500, *pkg));
   EXPECT_NE(checks.LastError(), 0);
