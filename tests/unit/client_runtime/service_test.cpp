@@ -284,11 +284,11 @@ TEST_F(ServiceTest, RollsTheStatisticsAndTellsTheErrorCodesEachMinute) {
   Pass(50000, 900);
   EXPECT_EQ(last->stOverallRunStatus.dwReqSucNumPerMin, 0u);
   EXPECT_FALSE(IsLogged("ErrCode Statistics"));
-  Pass(11000, 900);
+  Pass(12000, 900);
   EXPECT_EQ(last->stOverallRunStatus.dwReqSucNumPerMin, 1u);
   EXPECT_TRUE(IsLogged("App 7 Zone 1 ErrCode Statistics(ErrCode-Num):\n\t-7185:1\n"));
   EXPECT_TRUE(Peer().m_recvErrorCodeMap().empty());
-  Pass(60000, 900);
+  Pass(63000, 900);
   EXPECT_EQ(last->stOverallRunStatus.dwReqSucNumPerMin, 0u);
 }
 
