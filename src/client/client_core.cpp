@@ -80,8 +80,10 @@ void ClientCore::Restamp() {
 }
 
 void ClientCore::Round(int64_t until_ms) {
-  const int64_t due_ms = std::min(until_ms, NextDueMs());
   const int64_t now_ms = m_loop.NowMs();
+  m_loop.FlushAll();
+  const bool has_room = RoomCame();  // then the round does not wait
+  const int64_t due_ms = has_room ? now_ms : std::min(until_ms, NextDueMs());
   constexpr int64_t kLongestWaitMs = 60000;
   const int64_t wait_ms =
       due_ms <= now_ms ? 0 : std::min(due_ms - now_ms, kLongestWaitMs);
@@ -95,10 +97,17 @@ void ClientCore::Round(int64_t until_ms) {
   AfterRound();
 }
 
-void ClientCore::AfterRound() {
+// Looks for room. Whether some came that requests waited for.
+bool ClientCore::RoomCame() {
+  bool came = false;
   for (size_t i = 0; i < m_service.ZoneCount(); ++i) {
-    m_service.ZoneAt(i).connectors->CheckRoom();
+    came = m_service.ZoneAt(i).connectors->CheckRoom() || came;
   }
+  return came;
+}
+
+void ClientCore::AfterRound() {
+  RoomCame();
   if (m_service.NextUpdateMs() <= m_loop.NowMs()) {
     m_service.Update();
   }

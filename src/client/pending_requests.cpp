@@ -70,9 +70,7 @@ PendingRequest* PendingRequests::FindTry(uint64_t wire_id) {
              : nullptr;
 }
 
-uint64_t PendingRequests::NewId(const PendingRequest& request) {
-  return NewIdOf(SlotOf(request));
-}
+uint64_t PendingRequests::NewId(const PendingRequest& request) { return NewIdOf(SlotOf(request)); }
 
 // The number goes round after 2^32 requests; the upper half of the ids is the service's own.
 uint64_t PendingRequests::NewIdOf(uint32_t slot) {

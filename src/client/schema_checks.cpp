@@ -22,13 +22,16 @@ void SchemaChecks::Add(Zone& zone, const std::string& table, int32_t meta_versio
 
 void SchemaChecks::Update(int64_t now_ms, OStrandPkg& pkg, char* buffer, size_t size) {
   for (Check& check : m_checks) {
-    if (check.is_done || now_ms < check.due_ms) {
+    if (check.is_done || (now_ms < check.due_ms && !check.waits_for_proxy)) {
       continue;
     }
     if (check.asyn_id != 0) {
       Postpone(check, now_ms, ClientResponse::kResultTimeOut);
-    } else if (!Ask(check, now_ms, pkg, buffer, size)) {
-      check.due_ms = now_ms + kFirstPauseMs / 10;  // no proxy, or no room: what changes that wakes us
+    } else {
+      check.waits_for_proxy = !Ask(check, now_ms, pkg, buffer, size);
+      if (check.waits_for_proxy) {  // or for its room
+        check.due_ms = now_ms + kFirstPauseMs / 10;
+      }
     }
   }
 }
@@ -73,8 +76,8 @@ TcpConnector* SchemaChecks::AnyUsable(Zone& zone, uint64_t number) {
 void SchemaChecks::Postpone(Check& check, int64_t now_ms, int32_t error) {
   check.asyn_id = 0;
   check.last_error = error;
-  check.pause_ms = check.pause_ms == 0 ? kFirstPauseMs
-                                       : std::min(2 * check.pause_ms, kLongestPauseMs);
+  check.pause_ms =
+      check.pause_ms == 0 ? kFirstPauseMs : std::min(2 * check.pause_ms, kLongestPauseMs);
   check.due_ms = now_ms + check.pause_ms;
 }
 
@@ -99,8 +102,7 @@ bool SchemaChecks::TakeFrame(const char* frame, size_t len, int64_t now_ms, OStr
   if (check == m_checks.end()) {
     return true;  // too late
   }
-  int result =
-      UnpackWholeCsPkgMaybeDecompress(pkg, nullptr, 0, frame, len, nullptr, nullptr, 0);
+  int result = UnpackWholeCsPkgMaybeDecompress(pkg, nullptr, 0, frame, len, nullptr, nullptr, 0);
   result = result != 0 ? result : pkg.stHead.iResult;
   if (result != 0) {
     Postpone(*check, now_ms, result);

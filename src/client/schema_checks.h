@@ -61,6 +61,7 @@ class SchemaChecks {
     int64_t pause_ms = 0;   // the last one; 0: none
     int32_t last_error = 0;
     bool is_done = false;
+    bool waits_for_proxy = false;  // every update looks whether there is one
   };
 
   bool Ask(Check& check, int64_t now_ms, ostrand_protocol_cs::OStrandPkg& pkg, char* buffer,

@@ -33,7 +33,7 @@ constexpr int64_t kIdleMs = 1000;
 }  // namespace
 
 // What a zone's connections do to it.
-class Service::ZoneEvents : public ConnectorEvents {
+class Service::ZoneEvents final : public ConnectorEvents {
  public:
   ZoneEvents(Service& service, Zone& zone) : m_service(service), m_zone(zone) {}
 
@@ -70,7 +70,7 @@ class Service::ZoneEvents : public ConnectorEvents {
   Zone& m_zone;
 };
 
-class Service::DirectoryEvents : public ConnectorEvents {
+class Service::DirectoryEvents final : public ConnectorEvents {
  public:
   explicit DirectoryEvents(Service& service) : m_service(service) {}
 
@@ -163,6 +163,7 @@ void Service::StartDirectory() {
   m_directory_events = std::make_unique<DirectoryEvents>(*this);
   m_directory_connectors = std::make_unique<TcpConnectorMgr>(m_loop, m_logger, m_options.module_id,
                                                              *m_directory_events);
+  m_directory_connectors->LeavePausesToOthers();  // or a pause would use up the patience
   DirectoryListener& listener = *this;
   m_directory = std::make_unique<DirectoryClient>(*m_directory_connectors, m_logger,
                                                   m_options.module_id, directory, listener);
@@ -291,12 +292,16 @@ bool Service::CanRoute(Zone& zone) {
     return zone.can_route;
   }
   zone.look_again = false;
-  const auto& connectors = zone.connectors->Connectors();
-  const bool can_route =
-      !zone.circle_line.empty() &&
-      std::any_of(connectors.begin(), connectors.end(),
-                  [](const auto& connector) { return Zone::IsUsable(*connector); });
-  zone.wake = zone.wake || (can_route && !zone.can_route);
+  uint64_t usable = 0;
+  for (const auto& connector : zone.connectors->Connectors()) {
+    if (Zone::IsUsable(*connector)) {
+      usable = usable * 31 + connector->connection();
+    }
+  }
+  const bool can_route = usable != 0 && !zone.circle_line.empty();
+  // Others than before: what had no room with those may have some with these.
+  zone.wake = zone.wake || (can_route && (!zone.can_route || usable != zone.usable));
+  zone.usable = usable;
   zone.can_route = can_route;
   return can_route;
 }

@@ -96,7 +96,7 @@ int TcpConnector::Connect() {
   if (m_status != STATUS_DISCONNECTED) {
     return 0;  // under way, or there already
   }
-  if (m_failures > 0) {
+  if (m_failures > 0 && m_mgr.m_has_pauses) {
     PauseBeforeConnecting();
     return 0;
   }

@@ -83,10 +83,17 @@ TcpConnector* TcpConnectorMgr::Find(const OSTRNET::CConnector* connector) const 
 // There is room: one place a connector was reserved.
 void TcpConnectorMgr::Watch(TcpConnector* connector) { m_watched.push_back(connector); }
 
-void TcpConnectorMgr::CheckWatched() {
+bool TcpConnectorMgr::CheckWatched() {
+  bool told = false;
   m_watched.erase(std::remove_if(m_watched.begin(), m_watched.end(),
-                                 [](TcpConnector* connector) { return !connector->CheckRoom(); }),
+                                 [&told](TcpConnector* connector) {
+                                   const bool is_awaited = connector->TellsRoom();
+                                   const bool goes_on = connector->CheckRoom();
+                                   told = told || (is_awaited && !connector->TellsRoom());
+                                   return !goes_on;
+                                 }),
                   m_watched.end());
+  return told;
 }
 
 void TcpConnectorMgr::LogClosed(const char* url, const char* reason) {

@@ -61,6 +61,9 @@ class TcpConnectorMgr : public OSTRNET::CConnectorMgr {
   int RemoveConnector(OSTRNET::CConnector* connector) override;
   const char* GetLastErrDesc() override { return m_error.c_str(); }
 
+  // Connect tries at once, also after failed attempts: whoever calls it rests between them itself.
+  void LeavePausesToOthers() { m_has_pauses = false; }
+
   const std::vector<std::unique_ptr<TcpConnector>>& Connectors() const { return m_connectors; }
   TcpConnector* Find(const OSTRNET::CConnector* connector) const;
 
@@ -69,12 +72,9 @@ class TcpConnectorMgr : public OSTRNET::CConnectorMgr {
   // Connectors whose output filled more than half of its limit when CheckRoom last looked, or
   // since.
   size_t OverHalf() const { return m_over_half; }
-  // Looks for room in those, and tells it to who waits. Call it after each round and flush.
-  void CheckRoom() {
-    if (!m_watched.empty()) {
-      CheckWatched();
-    }
-  }
+  // Looks for room in those, and tells it to who waits. Call it after each round and flush. Whether
+  // there was somebody to tell.
+  bool CheckRoom() { return !m_watched.empty() && CheckWatched(); }
   // Frames that came, and that were taken, so far.
   uint64_t FramesIn() const { return m_frames_in; }
   uint64_t FramesTaken() const { return m_frames_taken; }
@@ -85,7 +85,7 @@ class TcpConnectorMgr : public OSTRNET::CConnectorMgr {
   friend class TcpConnector;
 
   void Watch(TcpConnector* connector);
-  void CheckWatched();
+  bool CheckWatched();
   void LogClosed(const char* url, const char* reason);
 
   OSTRNET::EventLoop& m_loop;
@@ -93,6 +93,7 @@ class TcpConnectorMgr : public OSTRNET::CConnectorMgr {
   const int m_module_id;
   ConnectorEvents& m_events;
   const size_t m_default_limit;
+  bool m_has_pauses = true;
   std::string m_error;
   std::vector<std::unique_ptr<TcpConnector>> m_connectors;
   std::vector<TcpConnector*> m_watched;  // over half, or with somebody waiting for room

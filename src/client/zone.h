@@ -43,6 +43,7 @@ struct Zone {
 
   // Whether the router would find a proxy: known without asking it.
   bool can_route = false;
+  uint64_t usable = 0;      // tells which connections requests could be routed to; 0: none
   bool look_again = true;    // can_route may no longer hold
   bool lists_changed = true;  // connectors' is_in_use may no longer hold
 

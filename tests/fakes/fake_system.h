@@ -25,8 +25,8 @@ namespace OstrandFakes {
 
 class FakeSystem : public ForwardingSystem {
  public:
-  static constexpr int64_t kStartMs = 1000000;               // monotonic
-  static constexpr int64_t kStartWallMs = 1700000000000;     // since the epoch
+  static constexpr int64_t kStartMs = 1000000;            // monotonic
+  static constexpr int64_t kStartWallMs = 1700000000000;  // since the epoch
 
   // Moves both clocks.
   void AdvanceMs(int64_t ms);

@@ -125,16 +125,19 @@ TEST_F(ClientCoreRepeatsTest, DividesTheTimeAmongItsTries) {
   StartBoth();
   DropAnswers(0);
   ASSERT_EQ(Send(GetRequest().SetRepeat(2).SetTimeout(900)), 0);
-  for (uint64_t requests = 1; requests <= 3; ++requests) {
-    ASSERT_TRUE(FleetHas(requests));
-    EXPECT_EQ(m_fleet->Counters(0).table_requests, requests);
-    Pass(299, 13);
+  const int64_t kEnds[] = {300, 600, 900};  // a try ends a millisecond after its last one
+  int64_t now_ms = 0;
+  for (uint64_t tries = 1; tries <= 3; ++tries) {
+    const int64_t end_ms = kEnds[tries - 1];
+    ASSERT_TRUE(FleetHas(tries));
+    Pass(end_ms - now_ms, 50);
     ExpectNoOutcome();
     Round();
-    EXPECT_EQ(m_fleet->Counters(0).table_requests, requests);
-    Pass(2, 1);
-    Take();
+    EXPECT_EQ(m_fleet->Counters(0).table_requests, tries);
+    Pass(1);
+    EXPECT_EQ(Take(), tries == 3);
     Round();
+    now_ms = end_ms + 1;
   }
   EXPECT_EQ(m_outcomes.size(), 1u);
   EXPECT_EQ(m_outcomes.at(0).id, m_id);

@@ -1,7 +1,8 @@
 // Connectors on a loop with a clock of the test's, against real sockets on loopback.
 //
 // Frames look to a connector as a proxy's do: their whole length (in the first four bytes, here),
-// the head's length in the next four, the asynchronous id at 12, the command at 24, text from 28 on.
+// the head's length in the next four, the asynchronous id at 12, the command at 24, text from 28
+// on.
 #pragma once
 
 #include <gtest/gtest.h>

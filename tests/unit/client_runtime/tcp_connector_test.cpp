@@ -73,8 +73,7 @@ TEST_F(ConnectorTest, ConnectsToANameByAnyOfItsAddresses) {
   Endpoint nobody = Endpoint::Loopback(0);
   nobody.bytes[3] = 77;  // nobody listens there
   m_system.SetName("proxy", {nobody, Endpoint::Loopback(0)});
-  TcpConnector* const connector =
-      Connected("tcp://proxy:" + std::to_string(listener.port()));
+  TcpConnector* const connector = Connected("tcp://proxy:" + std::to_string(listener.port()));
   PeerConnection peer = listener.Accept();
   EXPECT_EQ(Send(connector, "hello"), 5);
   Round();
@@ -332,8 +331,8 @@ struct EndOfConnection {
   const char* reason;
 };
 
-class ConnectorEndTest : public ConnectorTest, public testing::WithParamInterface<EndOfConnection> {
-};
+class ConnectorEndTest : public ConnectorTest,
+                         public testing::WithParamInterface<EndOfConnection> {};
 
 TEST_P(ConnectorEndTest, ClosesThisOneConnectionAndLogsTheReason) {
   PeerListener listener;
@@ -360,15 +359,15 @@ TEST_P(ConnectorEndTest, ClosesThisOneConnectionAndLogsTheReason) {
 
 INSTANTIATE_TEST_SUITE_P(
     Ends, ConnectorEndTest,
-    testing::Values(
-        EndOfConnection{"InOrder", "", EndOfConnection::kClose, "closed by the peer"},
-        EndOfConnection{"InsideAFrame", Frame("cut").substr(0, 9), EndOfConnection::kClose,
-                        "closed by the peer inside a frame"},
-        EndOfConnection{"Reset", "", EndOfConnection::kReset, "receive: Connection reset by peer"},
-        EndOfConnection{"OverLongFrame", BigEndian(1001, 4), EndOfConnection::kByUs,
-                        "receive: the frame is longer than the buffer may grow"},
-        EndOfConnection{"NoFrame", BigEndian(LengthParser::kNoFrame, 4), EndOfConnection::kByUs,
-                        "receive: no frame begins like this"}),
+    testing::Values(EndOfConnection{"InOrder", "", EndOfConnection::kClose, "closed by the peer"},
+                    EndOfConnection{"InsideAFrame", Frame("cut").substr(0, 9),
+                                    EndOfConnection::kClose, "closed by the peer inside a frame"},
+                    EndOfConnection{"Reset", "", EndOfConnection::kReset,
+                                    "receive: Connection reset by peer"},
+                    EndOfConnection{"OverLongFrame", BigEndian(1001, 4), EndOfConnection::kByUs,
+                                    "receive: the frame is longer than the buffer may grow"},
+                    EndOfConnection{"NoFrame", BigEndian(LengthParser::kNoFrame, 4),
+                                    EndOfConnection::kByUs, "receive: no frame begins like this"}),
     [](const auto& tested) { return tested.param.name; });
 
 TEST_F(ConnectorTest, TakesAFrameAsLargeAsItsLimitAfterOneThatWaits) {
