@@ -34,7 +34,16 @@ ClientCore::~ClientCore() {
   m_service.Stop();
 }
 
-int ClientCore::Start() { return m_loop.Error() != 0 ? ROUTER_ERR_FAILED : m_service.Start(); }
+int ClientCore::Start() {
+  const ostrand_protocol_cs::OStrandPkg* answer = nullptr;
+  if (m_loop.Error() != 0) {
+    return ROUTER_ERR_FAILED;
+  }
+  if (m_request.GetPkg() == nullptr || m_response.GetOstrandPackagePtr(answer) != 0) {
+    return ROUTER_ERR_ALLOCATION;
+  }
+  return m_service.Start();
+}
 
 void ClientCore::LookAfterOwner() {
   const int64_t passed_ms = LookAtClock();
@@ -87,7 +96,7 @@ void ClientCore::Round(int64_t until_ms) {
   constexpr int64_t kLongestWaitMs = 60000;
   const int64_t wait_ms =
       due_ms <= now_ms ? 0 : std::min(due_ms - now_ms, kLongestWaitMs);
-  m_loop.RunOnce(static_cast<int>(wait_ms));
+  m_may_have_outcome = m_loop.RunOnce(static_cast<int>(wait_ms)) || m_may_have_outcome;
   m_queued = 0;
   m_stamped.clear();
   const int64_t passed_ms = m_loop.NowMs() - now_ms;
@@ -147,19 +156,7 @@ int64_t ClientCore::NextDueMs() {
 }
 
 bool ClientCore::HasWork() {
-  if (!m_ended.empty() || NextDueMs() <= m_loop.NowMs()) {
-    return true;
-  }
-  for (size_t i = 0; i < m_service.ZoneCount(); ++i) {
-    for (const auto& connector : m_service.ZoneAt(i).connectors->Connectors()) {
-      if (connector->GetRecvBuffDataSize() > 0 &&
-          connector->GetStatus() == OSTRNET::CConnector::STATUS_CONNECTED &&
-          static_cast<const ProxyServer*>(connector->arg())->auth_succeed) {
-        return true;
-      }
-    }
-  }
-  return false;
+  return m_may_have_outcome || !m_ended.empty() || NextDueMs() <= m_loop.NowMs();
 }
 
 ClientCore::Taken ClientCore::TakeOutcome(ClientResponse& response) {
@@ -186,6 +183,7 @@ ClientCore::Taken ClientCore::TakeOutcome(ClientResponse& response) {
       return taken;
     }
   }
+  m_may_have_outcome = false;
   return Taken::kNothing;
 }
 

@@ -122,6 +122,7 @@ class ClientCore final : private ServiceListener {
   std::vector<uint64_t> m_stamped;  // sent since the last look at the clock
   size_t m_next_zone = 0;           // polled first
   size_t m_queued = 0;              // requests queued since the last flush
+  bool m_may_have_outcome = true;   // something happened since TakeOutcome found nothing
 };
 
 }  // namespace OstrandService

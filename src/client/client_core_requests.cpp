@@ -305,6 +305,10 @@ void ClientCore::Overdue(PendingRequest& request) {
   if (request.state == PendingRequest::State::kWaiting) {
     Zone& zone = m_service.ZoneAt(request.zone);
     LeaveWaiting(request);
+    if (request.wire_id != request.id) {  // an earlier try was sent: whether it took effect is open
+      End(request, ClientResponse::kResultTimeOut);
+      return;
+    }
     End(request, m_service.CanRoute(zone) ? int32_t{ROUTER_ERR_SEND_BUFFER_FULL}
                                           : m_service.WhyNoRoute(zone));
   } else {

@@ -37,8 +37,9 @@ struct PollingClient::Impl {
   int Receive(ClientResponse& response, int timeout_ms);
   int WaitForOutcome(ClientResponse& response, int64_t until_ms);
   int Call(ClientRequest& request, ClientResponse& response);
+  int WaitForOutcomeOf(uint64_t id, ClientResponse& response);
   bool TakeKept(ClientResponse& response);
-  void KeepForReceive(ClientResponse& response);
+  size_t Drain(int drain_ms, const std::function<void(ClientResponse&)>& on_outcome);
   void TellForeignLoop();
 
   const ClientOptions options;
@@ -221,25 +222,31 @@ int PollingClient::Impl::Call(ClientRequest& request, ClientResponse& response) 
   if (const int ret = Send(request)) {
     return ret;
   }
-  const uint64_t id = request.GetAsynID();
+  return WaitForOutcomeOf(request.GetAsynID(), response);
+}
+
+int PollingClient::Impl::WaitForOutcomeOf(uint64_t id, ClientResponse& response) try {
   for (;;) {
     if (kept_bytes > kMostKeptBytes) {
       core->Cancel(id);
       return CLIENT_ERR_BUSY;
     }
-    if (WaitForOutcome(response, INT64_MAX) == 1) {
-      if (response.GetAsynID() == id) {
-        last_call = response.HaveMoreResPkgs() == 1 ? id : 0;
-        return 0;
-      }
-      KeepForReceive(response);
+    kept.emplace_back();  // room first: what was taken cannot be put back
+    ClientResponse& place = kept.back();
+    if (WaitForOutcome(response, INT64_MAX) == 1 && response.GetAsynID() != id) {
+      kept_bytes += response.SizeInMemory();
+      place = std::move(response);
+      continue;
+    }
+    kept.pop_back();
+    if (response.GetAsynID() == id) {
+      last_call = response.HaveMoreResPkgs() == 1 ? id : 0;
+      return 0;
     }
   }
-}
-
-void PollingClient::Impl::KeepForReceive(ClientResponse& response) {
-  kept_bytes += response.SizeInMemory();
-  kept.push_back(std::move(response));
+} catch (const std::bad_alloc&) {
+  core->Cancel(id);
+  return ROUTER_ERR_ALLOCATION;
 }
 
 bool PollingClient::Impl::TakeKept(ClientResponse& response) {
@@ -311,36 +318,53 @@ size_t PollingClient::Stop(int drain_ms, const std::function<void(ClientResponse
       m_impl->fork_guard.InChild()) {
     return 0;
   }
-  Impl& impl = *m_impl;
-  impl.is_stopping = true;
-  ClientCore& core = *impl.core;
-  const OSTRNET::LoopScope scope(core.Loop());
+  m_impl->is_stopping = true;
+  size_t timed_out = 0;
+  const int ret = WithCodes([this, drain_ms, &on_outcome, &timed_out] {
+    timed_out = m_impl->Drain(drain_ms, on_outcome);
+    return 0;
+  });
+  if (ret != 0) {  // without memory: what is left goes without a word
+    timed_out = m_impl->core->InFlight();
+  }
+  m_impl->final_counters = m_impl->core->Counters();
+  {
+    const OSTRNET::LoopScope scope(m_impl->core->Loop());
+    m_impl->due.reset();
+    m_impl->kept.clear();
+    m_impl->kept_bytes = 0;
+  }
+  m_impl->core.reset();
+  m_impl->is_stopping = false;
+  return timed_out;
+}
+
+// Hands out what is there and comes within the time; the rest times out. Answers how many did.
+size_t PollingClient::Impl::Drain(int drain_ms,
+                                  const std::function<void(ClientResponse&)>& on_outcome) {
+  const OSTRNET::LoopScope scope(core->Loop());
   ClientResponse response;
   const auto hand_out = [&response, &on_outcome] {
     if (on_outcome) {
       on_outcome(response);
     }
   };
-  const uint64_t timed_out_before = core.Counters().timed_out;
-  while (impl.TakeKept(response)) {
+  const uint64_t timed_out_before = core->Counters().timed_out;
+  while (TakeKept(response)) {
     hand_out();
   }
-  core.LookAfterOwner();
-  const int64_t deadline_ms = core.Loop().NowMs() + drain_ms;
-  while (core.InFlight() != 0 && core.Loop().NowMs() < deadline_ms) {
-    if (impl.WaitForOutcome(response, deadline_ms) == 1) {
+  core->LookAfterOwner();
+  const int64_t deadline_ms = core->Loop().NowMs() + drain_ms;
+  while (core->InFlight() != 0 && core->Loop().NowMs() < deadline_ms) {
+    if (WaitForOutcome(response, deadline_ms) == 1) {
       hand_out();
     }
   }
-  core.EndAll(ClientResponse::kResultTimeOut);
-  while (core.InFlight() != 0 && core.TakeOutcome(response) == ClientCore::Taken::kOutcome) {
+  core->EndAll(ClientResponse::kResultTimeOut);
+  while (core->InFlight() != 0 && core->TakeOutcome(response) == ClientCore::Taken::kOutcome) {
     hand_out();
   }
-  impl.final_counters = core.Counters();
-  impl.due.reset();
-  impl.core.reset();
-  impl.is_stopping = false;
-  return static_cast<size_t>(impl.final_counters.timed_out - timed_out_before);
+  return static_cast<size_t>(core->Counters().timed_out - timed_out_before);
 }
 
 size_t PollingClient::InFlight() const {

@@ -55,6 +55,10 @@ class Service::ZoneEvents final : public ConnectorEvents {
       Changed();
     }
   }
+  // What is not signed up is not polled: reading would never begin again.
+  bool MayStopReading(const TcpConnector& connector) override {
+    return static_cast<const ProxyServer*>(connector.arg())->auth_succeed;
+  }
   // The other Disconnect, of a proxy that is tried again, comes while it is not available.
   bool IsForSilence(const TcpConnector& connector) override {
     return static_cast<const ProxyServer*>(connector.arg())->is_available;

@@ -51,7 +51,7 @@ std::vector<uint64_t> AnsweredBy(const FrameQueue& old_frames, const FrameQueue&
   std::vector<uint64_t> ids;
   try {
     const auto note = [&ids](const char* frame, size_t len) {
-      if (IsLastPackage(frame, len)) {
+      if (len >= ostrand_protocol_cs::OSTRAND_FIXED_HEAD_LEN && IsLastPackage(frame, len)) {
         ids.push_back(AsynIdOf(frame));
       }
     };
@@ -237,15 +237,16 @@ int64_t TcpConnector::OnInput(const char* data, size_t len) {
       return kClose;
     }
   }
-  StopReadingIfFull();
-  return static_cast<int64_t>(used);
-}
-
-void TcpConnector::StopReadingIfFull() {
-  if (!m_read_stopped && m_frames.bytes() + m_stream.InputSize() >= m_limit) {
-    m_read_stopped = true;
-    m_stream.SetReading(false);
+  if (m_frames.bytes() + (len - used) < m_limit) {
+    return static_cast<int64_t>(used);
   }
+  if (!m_mgr.m_events.MayStopReading(*this)) {
+    Lose("receive: the buffer is full before the sign-up is answered");
+    return kClose;
+  }
+  m_read_stopped = true;
+  m_stream.SetReading(false);
+  return static_cast<int64_t>(used);
 }
 
 void TcpConnector::ReadAgainIfRoom() {

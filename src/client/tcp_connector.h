@@ -101,7 +101,6 @@ class TcpConnector : public OSTRNET::CConnector, private OSTRNET::TcpStream::Lis
   int64_t NextPauseMs();
   void Lose(const char* reason);
   void KeepFramesOfOldConnection();
-  void StopReadingIfFull();
   void ReadAgainIfRoom();
   bool CheckRoom();
   void SetError(const char* text);

@@ -39,6 +39,9 @@ class ConnectorEvents {
   }
   // The receive callback took a frame of this command.
   virtual void OnFrameHandled(uint32_t /*cmd*/) {}
+  // Whether its frames will be taken, so that reading may stop while the queue is full; else the
+  // connection is given up.
+  virtual bool MayStopReading(const TcpConnector& /*connector*/) { return true; }
   // Whether a Disconnect of a connector that does not read is for its silence alone.
   virtual bool IsForSilence(const TcpConnector& /*connector*/) { return false; }
 

@@ -52,8 +52,16 @@ bool EventLoop::RunOnce(int timeout_ms) {
     return false;
   }
   const LoopScope scope(*this);
-  m_in_round = true;
-  const bool flushed = !m_to_flush.empty();
+  bool did_something = !m_to_flush.empty();
+  {
+    const InRound round(*this);
+    did_something = RunRound(timeout_ms) || did_something;
+  }
+  BeforeLeaving();
+  return did_something;
+}
+
+bool EventLoop::RunRound(int timeout_ms) {
   FlushAll();
   epoll_event events[kMaxEventsPerRound];
   m_events = events;
@@ -63,14 +71,11 @@ bool EventLoop::RunOnce(int timeout_ms) {
   m_sleeping.store(false);
   m_wake_asked.store(false);
   LookAtClock();
-  bool did_something = RunEvents(count) || flushed;
+  bool did_something = RunEvents(count);
   did_something = RunAgain() || did_something;
   did_something = RunTimers() || did_something;
   did_something = RunTasks() || did_something;
   FlushAll();
-  m_events = nullptr;
-  m_in_round = false;
-  BeforeLeaving();
   return did_something;
 }
 
@@ -217,12 +222,26 @@ void EventLoop::Unwatch(int fd, EventHandler* handler) {
   }
 }
 
+void EventLoop::EnterUser() {
+  const size_t room = 2 * (m_users + 1);  // who leaves a list in a round may come back in it
+  for (auto* timers : {&m_timers, &m_due_timers}) {
+    timers->reserve(std::max(room, timers->capacity()));
+  }
+  for (auto* flushables : {&m_to_flush, &m_flushing}) {
+    flushables->reserve(std::max(room, flushables->capacity()));
+  }
+  for (auto* handlers : {&m_again, &m_running_again}) {
+    handlers->reserve(std::max(room, handlers->capacity()));
+  }
+  ++m_users;
+}
+
 void EventLoop::FlushLater(Flushable* flushable) {
   if (flushable->m_flush_place != Flushable::kNowhere) {
     return;
   }
-  flushable->m_flush_place = m_to_flush.size();
   m_to_flush.push_back(flushable);
+  flushable->m_flush_place = m_to_flush.size() - 1;
   NoteWorkOutsideRounds();
 }
 

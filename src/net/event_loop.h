@@ -95,6 +95,11 @@ class OSTRAND_API EventLoop : private OstrandCommon::ThreadClock {
   void FlushAll();
   void ForgetFlush(Flushable* flushable);
 
+  // Makes room for one more that flushes, asks for events again and has timers, so that none of that
+  // can fail later; takes it back. May throw std::bad_alloc; then nothing is changed.
+  void EnterUser();
+  void LeaveUser() { --m_users; }
+
   // The handler is called with EPOLLIN in the next round, which does not wait: for bytes that a
   // transport holds already. Once for each time that it was asked for.
   void EventsAgain(EventHandler* handler);
@@ -146,6 +151,24 @@ class OSTRAND_API EventLoop : private OstrandCommon::ThreadClock {
   int Open();
   int WaitMs(int timeout_ms);
   bool HasPendingWork() const;
+  // Leaves the round, whatever ends it.
+  class InRound {
+   public:
+    explicit InRound(EventLoop& loop) : m_loop(loop) { m_loop.m_in_round = true; }
+    ~InRound() {
+      m_loop.m_in_round = false;
+      m_loop.m_events = nullptr;
+      m_loop.m_event_count = 0;
+      m_loop.m_flushing.clear();
+    }
+    InRound(const InRound&) = delete;
+    InRound& operator=(const InRound&) = delete;
+
+   private:
+    EventLoop& m_loop;
+  };
+
+  bool RunRound(int timeout_ms);
   bool RunEvents(int count);
   bool RunAgain();
   bool RunTimers();
@@ -177,6 +200,7 @@ class OSTRAND_API EventLoop : private OstrandCommon::ThreadClock {
   std::unique_ptr<char[]> m_read_buffer;
   std::function<bool()> m_has_work;
 
+  size_t m_users = 0;
   std::vector<Timer*> m_timers;        // a binary heap, the earliest first
   std::vector<Timer*> m_due_timers;    // of this round; null: cancelled meanwhile
   uint64_t m_timer_sets = 0;           // so far: timers of the same moment run in this order
@@ -219,7 +243,7 @@ class OSTRAND_API LoopScope {
 class OSTRAND_API Timer {
  public:
   Timer(EventLoop& loop, std::function<void()> work);
-  ~Timer() { Cancel(); }
+  ~Timer();
   Timer(const Timer&) = delete;
   Timer& operator=(const Timer&) = delete;
 

@@ -38,10 +38,13 @@ TcpStream::TcpStream(EventLoop& loop, Listener& listener, const Limits& limits,
       m_limits(limits),
       m_make_transport(std::move(make_transport)),
       m_timer(loop, [this] { OnTimer(); }),
-      m_due_handler(*this) {}
+      m_due_handler(*this) {
+  m_loop.EnterUser();
+}
 
 TcpStream::~TcpStream() {
   Release();
+  m_loop.LeaveUser();
   for (Life* life = m_life; life != nullptr; life = life->m_outer) {
     life->m_gone = true;
   }

@@ -4,6 +4,7 @@
 #include <cassert>
 #include <cerrno>
 #include <cstdio>
+#include <new>
 #include <utility>
 
 #include "net/name_lookup.h"
@@ -19,7 +20,7 @@ bool IsOutOfResources(int error) {
 
 }  // namespace
 
-int TcpStream::Connect(const TcpAddress& address) {
+int TcpStream::Connect(const TcpAddress& address) try {
   if (m_state != State::kClosed) {
     return 0;
   }
@@ -44,6 +45,10 @@ int TcpStream::Connect(const TcpAddress& address) {
     Defer(kDueFailure);
   }
   return 0;
+} catch (const std::bad_alloc&) {
+  SetError("connect", -ENOMEM);
+  Release();
+  return -ENOMEM;
 }
 
 int TcpStream::Attach(int fd) {

@@ -7,7 +7,14 @@
 
 namespace OSTRNET {
 
-Timer::Timer(EventLoop& loop, std::function<void()> work) : m_loop(loop), m_work(std::move(work)) {}
+Timer::Timer(EventLoop& loop, std::function<void()> work) : m_loop(loop), m_work(std::move(work)) {
+  m_loop.EnterUser();
+}
+
+Timer::~Timer() {
+  Cancel();
+  m_loop.LeaveUser();
+}
 
 void Timer::SetAt(int64_t monotonic_ms) {
   Cancel();
