@@ -26,7 +26,7 @@
 
 namespace OstrandService {
 
-class ClientCore : private ServiceListener {
+class ClientCore final : private ServiceListener {
  public:
   // What of the clock's steps between two looks is taken for the owner's pause.
   static constexpr int64_t kPauseMs = 1000;

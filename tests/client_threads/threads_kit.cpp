@@ -1,5 +1,7 @@
 #include "client_threads/threads_kit.h"
 
+#include <dirent.h>
+
 #include "client/error_text.h"
 
 namespace OstrandTests {
@@ -107,6 +109,18 @@ void ClientThreads::WriteList(int elements, size_t len) {
     ASSERT_EQ(m_client->Call(request, m_response), 0) << request.FaultText();
     ASSERT_EQ(m_response.GetResult(), 0) << ErrorText(m_response.GetResult());
   }
+}
+
+size_t CountEntries(const char* folder) {
+  size_t count = 0;
+  DIR* const dir = opendir(folder);
+  while (dir != nullptr && readdir(dir) != nullptr) {
+    ++count;
+  }
+  if (dir != nullptr) {
+    closedir(dir);
+  }
+  return count;
 }
 
 ClientRequest Write(int id, const std::string& name) {

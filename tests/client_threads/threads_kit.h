@@ -71,6 +71,9 @@ class ClientThreads : public testing::Test {
   OstrandService::ClientResponse m_response;
 };
 
+// Entries of a folder such as /proc/self/task.
+size_t CountEntries(const char* folder);
+
 OstrandService::ClientRequest Write(int id, const std::string& name = "Ada");
 OstrandService::ClientRequest Read(int id);
 OstrandService::ClientRequest ReadList();
