@@ -11,6 +11,8 @@
 #include "client/client_request.h"
 #include "client/client_response.h"
 #include "client/latency_data_table.h"
+#include "client/router_request.h"
+#include "client/router_response.h"
 #include "client/statistic_mgr.h"
 #include "protocol/codec.h"
 
@@ -85,19 +87,21 @@ void BM_GetAccessRunStatus(benchmark::State& state) {
 }
 BENCHMARK(BM_GetAccessRunStatus)->Arg(1)->Arg(8)->Arg(200);
 
+constexpr size_t kCmdOffset = 24;  // of a frame
+
 void Build(ClientRequest& request, uint32_t cmd) {
-  request.Init(cmd, kZone, "player");
-  request.SetAsynID(1);
-  request.SetKey("id", kKey);
+  request.Begin(cmd, "player").Zone(kZone).Key("id", kKey);
   if (cmd == OSTRAND_API_INSERT_REQ) {
-    request.AddValue("value", kValue);
+    request.Set("value", kValue);
   }
 }
 
-std::string Frame(ClientRequest& request) {
-  std::string frame(4096, '\0');
+std::string Frame(const ClientRequest& request) {
+  RouterRequest routed;
+  routed.Load(request.Head(), request.Bytes());
+  std::string frame(1 << 20, '\0');
   size_t len = frame.size();
-  request.Pack(frame.data(), len);
+  routed.Pack(frame.data(), len);
   frame.resize(len);
   return frame;
 }
@@ -130,11 +134,13 @@ BENCHMARK_CAPTURE(BM_BuildRequest, insert, uint32_t{OSTRAND_API_INSERT_REQ});
 
 void BM_BuildAndPackRequest(benchmark::State& state, uint32_t cmd) {
   ClientRequest request;
+  RouterRequest routed;
   std::vector<char> buffer(4096);
   for (auto _ : state) {
     Build(request, cmd);
+    routed.Load(request.Head(), request.Bytes());
     size_t len = buffer.size();
-    if (request.Pack(buffer.data(), len) != 0) {
+    if (routed.Pack(buffer.data(), len) != 0) {
       state.SkipWithError("pack failed");
     }
     benchmark::ClobberMemory();
@@ -147,21 +153,21 @@ BENCHMARK_CAPTURE(BM_BuildAndPackRequest, insert, uint32_t{OSTRAND_API_INSERT_RE
 void BM_UnpackAndWalkResponse(benchmark::State& state) {
   const auto records = static_cast<int>(state.range(0));
   ClientRequest answer;  // a batch of records has one form in both directions
-  answer.Init(OSTRAND_API_BATCH_INSERT_REQ, kZone, "player");
+  answer.BatchInsert("player");
   for (int i = 0; i < records; ++i) {
-    answer.AddRecord();
-    answer.AddRecordKey("id", kKey);
-    answer.AddValue("value", kValue);
+    answer.Record().Key("id", kKey).Set("value", kValue);
   }
-  answer.GetPkg()->stHead.dwCmd = records == 1 ? OSTRAND_API_GET_RES : OSTRAND_API_BATCH_GET_RES;
-  std::string frame(1 << 20, '\0');
-  size_t len = frame.size();
-  answer.Pack(frame.data(), len);
+  std::string frame = Frame(answer);
+  StoreBigEndian(&frame[kCmdOffset],
+                 uint32_t{records == 1 ? OSTRAND_API_GET_RES : OSTRAND_API_BATCH_GET_RES});
+  RouterResponse received;
   ClientResponse response;
   for (auto _ : state) {
-    if (response.Unpack(frame.data(), len) != 0) {
+    received.SetTarget(&response);
+    if (received.Unpack(frame.data(), frame.size()) != 0) {
       state.SkipWithError("unpack failed");
     }
+    received.HandOver();
     RecordView record;
     FieldView value;
     size_t bytes = 0;
@@ -172,7 +178,7 @@ void BM_UnpackAndWalkResponse(benchmark::State& state) {
     }
     benchmark::DoNotOptimize(bytes);
   }
-  state.counters["frame_bytes"] = static_cast<double>(len);
+  state.counters["frame_bytes"] = static_cast<double>(frame.size());
 }
 BENCHMARK(BM_UnpackAndWalkResponse)->Arg(1)->Arg(100);
 

@@ -31,7 +31,7 @@
 #include <vector>
 
 #include "cli/latency_histogram.h"
-#include "client/client.h"
+#include "client/polling_client.h"
 #include "client/error_text.h"
 #include "common/clock.h"
 #include "end_to_end_plain.h"
@@ -44,7 +44,7 @@ namespace {
 using ostrand_bench::Configuration;
 using ostrand_bench::Figures;
 using OstrandCli::LatencyHistogram;
-using OstrandService::Client;
+using OstrandService::PollingClient;
 using OstrandService::ClientOptions;
 using OstrandService::ClientRequest;
 using OstrandService::ClientResponse;
@@ -116,7 +116,7 @@ std::string KeyOf(uint64_t number) {
 
 class ClientLoad {
  public:
-  explicit ClientLoad(Client& client)
+  explicit ClientLoad(PollingClient& client)
       : m_client(client), m_value(100, 'v'), m_keys(kKeys), m_sent_at(kKeys * 2) {
     for (size_t i = 0; i < kKeys; ++i) {
       m_keys[i] = KeyOf(i * 2654435761u);
@@ -144,13 +144,12 @@ class ClientLoad {
  private:
   bool SendOne(uint64_t number, Figures& figures) {
     const bool is_read = number % 2 == 0;
-    m_request.Init(is_read ? ostrand_protocol_cs::OSTRAND_API_GET_REQ
-                           : ostrand_protocol_cs::OSTRAND_API_REPLACE_REQ,
-                   kZone, kTable);
-    m_request.SetKey("k", m_keys[number % kKeys]);
-    if (!is_read) {
-      m_request.AddValue("value", m_value);
+    if (is_read) {
+      m_request.Get(kTable);
+    } else {
+      m_request.Replace(kTable).Set("value", m_value);
     }
+    m_request.Zone(kZone).Key("k", m_keys[number % kKeys]);
     const int ret = m_client.Send(m_request);
     if (ret != 0) {
       ++figures.errors;
@@ -169,7 +168,7 @@ class ClientLoad {
     figures.latency_ns.Add(static_cast<uint64_t>(ostrand_bench::NowNs() - sent_at));
   }
 
-  Client& m_client;
+  PollingClient& m_client;
   const std::string m_value;
   std::vector<std::string> m_keys;
   std::vector<int64_t> m_sent_at;  // by asynchronous id; more than ever are in flight
@@ -185,7 +184,7 @@ bool MeasureClient(const FleetProcess& fleet, const Configuration& configuration
   options.directory_urls = {fleet.Urls()[0]};
   options.tables = {{kTable, kZone, nullptr}};
   options.signature = "bench";
-  Client client(options);
+  PollingClient client(options);
   int ret = client.Start();
   ret = ret == 0 ? client.WaitReady(10000) : ret;
   if (ret != 0) {

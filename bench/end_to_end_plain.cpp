@@ -16,7 +16,8 @@
 #include <memory>
 
 #include "client/client_request.h"
-#include "client/tcp_url.h"
+#include "client/router_request.h"
+#include "net/address.h"
 #include "common/clock.h"
 #include "protocol/codec.h"
 #include "service_api/proxy_pack_parser.h"
@@ -54,15 +55,16 @@ std::string SignUpFrame() {
 
 std::string RequestFrame(uint32_t cmd) {
   OstrandService::ClientRequest request;
-  request.Init(cmd, 1, "bench");
-  request.SetKey("k", std::string(16, 'k'));
+  request.Begin(cmd, "bench").Zone(1).Key("k", std::string(16, 'k'));
   if (cmd == ostrand_protocol_cs::OSTRAND_API_REPLACE_REQ) {
-    request.AddValue("value", std::string(100, 'v'));
+    request.Set("value", std::string(100, 'v'));
   }
-  request.SetUserBuff(std::string(kContextLen, 'c').data(), kContextLen);
+  request.SetUserBuff(std::string(kContextLen, 'c'));
+  OstrandService::RouterRequest routed;
+  routed.Load(request.Head(), request.Bytes());
   std::string frame(4096, '\0');
   size_t len = frame.size();
-  request.Pack(frame.data(), len);
+  routed.Pack(frame.data(), len);
   frame.resize(len);
   return frame;
 }
@@ -97,6 +99,7 @@ class PlainClient {
     m_epoll_fd = epoll_create1(EPOLL_CLOEXEC);
     m_connections.resize(urls.size() - 1);
     for (size_t i = 0; i < m_connections.size(); ++i) {
+      OSTRNET::TcpAddress parsed;
       sockaddr_in address{};
       Connection& connection = m_connections[i];
       connection.fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -105,7 +108,11 @@ class PlainClient {
       epoll_event event{};
       event.events = EPOLLIN;
       event.data.u64 = i;
-      if (!OstrandService::ParseTcpUrl(urls[i + 1].c_str(), address) ||
+      const bool is_url = OSTRNET::ParseTcpUrl(urls[i + 1], parsed);
+      address.sin_family = AF_INET;
+      address.sin_port = htons(parsed.endpoint.port);
+      std::memcpy(&address.sin_addr, parsed.endpoint.bytes, sizeof(address.sin_addr));
+      if (!is_url ||
           connect(connection.fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) !=
               0 ||
           epoll_ctl(m_epoll_fd, EPOLL_CTL_ADD, connection.fd, &event) != 0) {

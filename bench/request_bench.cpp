@@ -1,6 +1,7 @@
 // Sending a get and receiving its answer, whole, beside the parts that cannot be done without.
 //
-//   SendRequest/whole     routing, routing context, packing, queueing at the proxy's connector
+//   SendRequest/whole     loading a request that was built, routing, routing context, packing,
+//                         queueing at the proxy's connector
 //   SendRequest/parts     memcpy of the packed bytes, a plain lower bound over the ring, two
 //                         uncontended lock pairs; each of them alone behind it
 //   RecvResponse/whole    peeking, unpacking, matching with the request, counting
@@ -28,7 +29,8 @@
 #include "client/client_response.h"
 #include "client/judge.h"
 #include "client/latency_data_table.h"
-#include "client/package_views.h"
+#include "client/router_request.h"
+#include "client/router_response.h"
 #include "client/statistic_mgr.h"
 #include "common/clock.h"
 #include "common/mutex.h"
@@ -48,7 +50,8 @@ constexpr int kPort = 8000;
 constexpr uint32_t kPoints = OstrandRouter::MAX_VIRTUAL_NODE_COUNT;
 constexpr size_t kKeyLen = 16;
 constexpr size_t kKeys = 65536;
-constexpr int kBatch = 256;  // requests in flight together
+constexpr size_t kBuilt = 4096;  // requests, each of another key
+constexpr int kBatch = 256;      // requests in flight together
 constexpr size_t kLargestFrame = 512;
 
 // --- A world in memory ---
@@ -172,22 +175,23 @@ class World : public OstrandFakes::RouterFixture {
     std::snprintf(qos.szTableName, sizeof(qos.szTableName), "%s", kTable);
     qos.iZoneID = kZoneId;
     router->SetQos(&qos);
-    request.Init(OSTRAND_API_GET_REQ, kZoneId, kTable);
-    request.SetTimeout(1000000000);
-    request.SetTableSubscript(0);
-    request.SetKey("id", std::string(kKeyLen, 'k'));
-    request.SetUserBuff("userdata", 8);
     std::mt19937_64 random(1);
-    for (char& byte : keys) {
-      byte = static_cast<char>(random());
+    std::string key(kKeyLen, 'k');
+    for (ClientRequest& each : built) {
+      for (char& byte : key) {
+        byte = static_cast<char>(random());
+      }
+      each.Get(kTable).Zone(kZoneId).SetUserBuff("userdata").Key("id", key);
     }
   }
   ~World() { router.reset(); }  // before its connectors
 
-  // A get of another key.
+  // A get of another key, which the application has built: shown to the router, sent.
   bool Send() {
-    char* const key = request.GetPkg()->stHead.stKeyInfo.astFields[0].szFieldBuff;
-    std::memcpy(key, &keys[next_key++ % kKeys * kKeyLen], kKeyLen);
+    const ClientRequest& next = built[next_key++ % kBuilt];
+    request.Load(next.Head(), next.Bytes());
+    request.SetTimeout(1000000000);
+    request.SetTableSubscript(0);
     return router->SendRequest(&request) == 0;
   }
 
@@ -216,7 +220,7 @@ class World : public OstrandFakes::RouterFixture {
     OStrandPkgHead& head = pkg->stHead;
     head.dwCmd = OSTRAND_API_GET_RES;
     pkg->stBody.construct(OSTRAND_API_GET_RES);
-    RecordWriter writer(*RecordsOf(*pkg));
+    RecordWriter writer(pkg->stBody.stRecords);
     writer.BeginRecord();
     writer.AddValueField("value", std::string(100, 'v'));
     std::string frame(kLargestFrame, '\0');
@@ -239,10 +243,11 @@ class World : public OstrandFakes::RouterFixture {
   StatisticMgr real_statistics;
   Judge real_judge;
   tagTableQos qos{};
-  ClientRequest request;
-  ClientResponse response;
+  RouterRequest request;
+  ClientResponse outcome;
+  RouterResponse response;
   std::unique_ptr<OStrandPkg> pkg = NewOStrandPkg();
-  std::vector<char> keys = std::vector<char>(kKeys * kKeyLen);
+  std::vector<ClientRequest> built = std::vector<ClientRequest>(kBuilt);
   size_t next_key = 0;
   int32_t freed_id = 0;
 };
@@ -349,6 +354,21 @@ void BM_Pack(benchmark::State& state) {
 }
 BENCHMARK(BM_Pack)->Name("SendRequest/pack");
 
+void BM_LoadAndPack(benchmark::State& state) {
+  World world;
+  size_t next = 0;
+  for (auto _ : state) {
+    const ClientRequest& built = world.built[next++ % kBuilt];
+    world.request.Load(built.Head(), built.Bytes());
+    size_t len = world.pack_buffer.size();
+    if (world.request.Pack(world.pack_buffer.data(), len) != 0) {
+      state.SkipWithError("not packed");
+    }
+    benchmark::ClobberMemory();
+  }
+}
+BENCHMARK(BM_LoadAndPack)->Name("SendRequest/load_and_pack");
+
 // --- Receiving ---
 
 // spread: each answer is at the proxy of its request, else all are at the first proxy.
@@ -363,9 +383,11 @@ void BM_RecvResponse(benchmark::State& state, bool spread) {
     world.RegisterAgain();
     TimeBatch(state, [&] {
       for (int i = 0; i < kBatch; ++i) {
+        world.response.SetTarget(&world.outcome);
         if (world.router->RecvResponse(&world.response, nullptr) != 1) {
           state.SkipWithError("no answer");
         }
+        world.response.HandOver();
       }
     });
     if (world.table.InFlight() != 0) {

@@ -7,12 +7,11 @@
 #include <iostream>
 #include <string>
 
-#include "client/client.h"
+#include "client/polling_client.h"
 #include "client/error_text.h"
 #include "fleet/fleet.h"
 
-using namespace OstrandService;       // NOLINT: the whole program is about it
-using namespace ostrand_protocol_cs;  // NOLINT: commands
+using namespace OstrandService;  // NOLINT: the whole program is about it
 
 namespace {
 
@@ -23,7 +22,7 @@ constexpr int kNoSuchRecord = -7949;
 // One call. What Call returns tells whether an answer came; what the answer says is in its result.
 // A request that got no answer in time has the result ClientResponse::kResultTimeOut: then nobody
 // knows whether it was carried out.
-int Do(Client& client, ClientRequest& request, ClientResponse& response) {
+int Do(PollingClient& client, ClientRequest& request, ClientResponse& response) {
   const int ret = client.Call(request, response);
   return ret != 0 ? ret : response.GetResult();
 }
@@ -40,7 +39,7 @@ int Run(const std::string& directory_url) {
   options.directory_urls = {directory_url};  // several are tried in turn
   options.tables = {{kTable, kZone, nullptr}};
   options.signature = "a signature";
-  Client client(options);
+  PollingClient client(options);
 
   // Start returns at once. WaitReady returns when enough proxies have accepted the sign-up.
   int ret = client.Start();
@@ -53,41 +52,35 @@ int Run(const std::string& directory_url) {
     return Fail("not ready", ret);
   }
 
-  // One request and one response object serve the whole program: Init begins anew. What fills the
-  // request answers a code, too; it is 0 for names and values within the table's bounds.
+  // One request and one response object serve the whole program: each command begins anew. What is
+  // wrong with a name or a value the request keeps to itself until it is sent.
   ClientRequest request;
   ClientResponse response;
-  request.Init(OSTRAND_API_REPLACE_REQ, kZone, kTable);
-  request.SetKey("id", "42");
-  request.AddValue("name", "Ada");
-  ret = request.AddValue("city", "London");
-  if (ret != 0) {
-    return Fail("the request", ret);
-  }
+  request.Replace(kTable).Key("id", 42).Set("name", "Ada").Set("city", "London").Set("level", 7);
   ret = Do(client, request, response);
   if (ret != 0) {
-    return Fail("replace", ret);
+    return Fail(request.Fault() != 0 ? request.FaultText().c_str() : "replace", ret);
   }
 
-  // A get names the fields that it wants by empty values; without any it gets all.
-  request.Init(OSTRAND_API_GET_REQ, kZone, kTable);
-  request.SetKey("id", "42");
-  request.AddValue("name", "");
-  request.SetTimeout(500);  // ms; the options' default otherwise
+  // A get names the fields that it wants; without any it gets all. The time-out is in milliseconds.
+  request.Get(kTable).Key("id", 42).Field("name").Field("level").SetTimeout(500);
   ret = Do(client, request, response);
   if (ret != 0) {
     return Fail("get", ret);
   }
-  // What is found points into the response and holds until its next answer.
-  FieldView name;
-  if (!response.GetValue("name", name) || name.value != "Ada") {
-    std::cerr << "the record does not have the name it was written with\n";
+  // A text points into the response and holds until its next answer. A number has the width that it
+  // was written with: 64 bits where nothing else was said.
+  std::string_view name;
+  int64_t level = 0;
+  if (response.Get("name", name) != 0 || response.Get("level", level) != 0 || name != "Ada" ||
+      level != 7) {
+    std::cerr << "the record is not as it was written\n";
     return 1;
   }
-  std::cout << "42 is " << name.value << "\n";
+  std::cout << "42 is " << name << "\n";
 
   // A key without record is a result like any other.
-  request.SetKey("id", "43");
+  request.Get(kTable).Key("id", 43);
   ret = Do(client, request, response);
   if (ret != kNoSuchRecord) {
     return Fail("get of nobody", ret);

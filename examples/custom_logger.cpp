@@ -10,7 +10,7 @@
 #include <mutex>
 #include <string>
 
-#include "client/client.h"
+#include "client/polling_client.h"
 #include "client/error_text.h"
 #include "fleet/fleet.h"
 
@@ -79,7 +79,7 @@ int Run(const std::string& directory_url) {
   options.directory_urls = {directory_url};
   options.tables = {{"user", 1, nullptr}};
   options.signature = "a signature";
-  OstrandService::Client client(options);
+  OstrandService::PollingClient client(options);
   int ret = client.Start();
   ret = ret != 0 ? ret : client.WaitReady(5000);
   if (ret != 0) {

@@ -9,12 +9,11 @@
 #include <iostream>
 #include <string>
 
-#include "client/client.h"
+#include "client/polling_client.h"
 #include "client/error_text.h"
 #include "fleet/fleet.h"
 
-using namespace OstrandService;       // NOLINT: the whole program is about it
-using namespace ostrand_protocol_cs;  // NOLINT: commands
+using namespace OstrandService;  // NOLINT: the whole program is about it
 
 namespace {
 
@@ -25,28 +24,26 @@ constexpr size_t kWindow = 256;
 
 // Tells what became of a request. The sequence number is the sender's own: it comes back with the
 // answer.
-bool IsRight(ClientResponse& response) {
+bool IsRight(const ClientResponse& response, bool is_write) {
   if (response.GetResult() != 0) {  // kResultTimeOut when no answer came in time
     std::cerr << response.GetSequence() << ": " << ErrorText(response.GetResult()) << "\n";
     return false;
   }
-  FieldView copy;
-  return response.GetCmd() != OSTRAND_API_GET_RES ||
-         (response.GetValue("copy", copy) && copy.value == std::to_string(response.GetSequence()));
+  int64_t copy = 0;
+  return is_write || (response.Get("copy", copy) == 0 && copy == response.GetSequence());
 }
 
-int Send(Client& client, ClientRequest& request, uint32_t cmd, int number) {
-  request.Init(cmd, kZone, kTable);
-  request.SetKey("id", std::to_string(number));
-  request.SetSequence(number);
-  if (cmd == OSTRAND_API_REPLACE_REQ) {
-    request.AddValue("copy", std::to_string(number));
+int Send(PollingClient& client, ClientRequest& request, bool is_write, int number) {
+  if (is_write) {
+    request.Replace(kTable).Set("copy", number);
+  } else {
+    request.Get(kTable);
   }
-  return client.Send(request);  // copies: the object is free again at once
+  return client.Send(request.Key("id", number).SetSequence(number));  // the object is free again
 }
 
-// Sends kRecords requests of one command. Returns how many had the outcome that they should.
-int SendAll(Client& client, uint32_t cmd) {
+// Sends kRecords writes or reads. Returns how many had the outcome that they should.
+int SendAll(PollingClient& client, bool is_write) {
   ClientRequest request;
   ClientResponse response;
   int next = 0;
@@ -55,7 +52,7 @@ int SendAll(Client& client, uint32_t cmd) {
     // Fill the window, then take what is there: requests so leave, and answers come, many at a
     // time. A Receive behind each Send would send each one by itself.
     while (next < kRecords && client.InFlight() < kWindow) {
-      const int ret = Send(client, request, cmd, next);
+      const int ret = Send(client, request, is_write, next);
       if (ret != 0) {
         std::cerr << next << " was not sent: " << ErrorText(ret) << "\n";
       }
@@ -72,7 +69,7 @@ int SendAll(Client& client, uint32_t cmd) {
       if (ret == 0) {
         break;
       }
-      right += IsRight(response) ? 1 : 0;
+      right += IsRight(response, is_write) ? 1 : 0;
     }
   }
   return right;
@@ -85,15 +82,15 @@ int Run(const std::string& directory_url) {
   options.directory_urls = {directory_url};
   options.tables = {{kTable, kZone, nullptr}};
   options.signature = "a signature";
-  Client client(options);
+  PollingClient client(options);
   int ret = client.Start();
   ret = ret != 0 ? ret : client.WaitReady(5000);
   if (ret != 0) {
     std::cerr << "not ready: " << ErrorText(ret) << " (" << ret << ")\n";
     return 1;
   }
-  const int written = SendAll(client, OSTRAND_API_REPLACE_REQ);
-  const int read = SendAll(client, OSTRAND_API_GET_REQ);
+  const int written = SendAll(client, true);
+  const int read = SendAll(client, false);
   const ClientCounters counters = client.Counters();
   std::cout << counters.accepted << " requests, " << counters.outcomes << " outcomes, "
             << counters.timed_out << " time-outs, " << client.SystemCalls() << " system calls\n";

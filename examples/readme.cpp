@@ -1,6 +1,6 @@
 #include <iostream>
 
-#include "client/client.h"
+#include "client/polling_client.h"
 #include "client/error_text.h"
 #include "fleet/fleet.h"
 
@@ -23,33 +23,30 @@ int main() {
   options.directory_urls = {fleet.DirectoryUrl()};
   options.tables = {{"user", 1, nullptr}};
   options.signature = "a signature";
-  Client client(options);
+  PollingClient client(options);
   int ret = client.Start();
   if (ret == 0) {
     ret = client.WaitReady(5000);
   }
 
-  ClientRequest request;
   ClientResponse response;
   if (ret == 0) {
-    request.Init(ostrand_protocol_cs::OSTRAND_API_INSERT_REQ, 1, "user");
-    request.SetKey("id", "42");
-    request.AddValue("name", "Ada");
-    ret = client.Call(request, response);
+    ret = client.Call(Insert("user").Key("id", 42).Set("name", "Ada"), response);
   }
   if (ret == 0) {
-    request.Init(ostrand_protocol_cs::OSTRAND_API_GET_REQ, 1, "user");
-    request.SetKey("id", "42");
-    ret = client.Call(request, response);  // of the sending
+    ret = client.Call(Get("user").Key("id", 42), response);  // of the sending
   }
   if (ret == 0) {
     ret = response.GetResult();  // of the get itself
   }
-  ostrand_protocol_cs::FieldView name;
-  if (ret != 0 || !response.GetValue("name", name)) {
+  std::string_view name;
+  if (ret == 0) {
+    ret = response.Get("name", name);  // points into the response
+  }
+  if (ret != 0) {
     std::cerr << ErrorText(ret) << "\n";
     return 1;
   }
-  std::cout << "42 is " << name.value << "\n";
+  std::cout << "42 is " << name << "\n";
   return 0;
 }

@@ -52,7 +52,7 @@ int Fail(const std::string& sentence) {
 }
 
 // Writes every key once. kExitSuccess, or the user was told.
-int Fill(OstrandService::Client& client, const BenchArguments& arguments) {
+int Fill(OstrandService::PollingClient& client, const BenchArguments& arguments) {
   FillLoad fill(arguments.load);
   LoadGenerator generator(client);
   ProgressLine progress("writing the keys", arguments.load.keys);
@@ -106,7 +106,7 @@ int RunBench(BenchArguments& arguments) {
   }
   arguments.load.zone = arguments.connection.zone;
   arguments.load.table = arguments.connection.table;
-  std::unique_ptr<OstrandService::Client> client;
+  std::unique_ptr<OstrandService::PollingClient> client;
   int status = arguments.connection.Open(client);
   if (status != kExitSuccess) {
     return status;

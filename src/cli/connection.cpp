@@ -1,56 +1,26 @@
 #include "cli/connection.h"
 
-#include <poll.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <cerrno>
 
 #include "cli/commands.h"
 #include "cli/output.h"
 #include "client/error_text.h"
 #include "client/stderr_logger.h"
-#include "client/tcp_url.h"
 
 namespace OstrandCli {
 namespace {
 
-using OstrandService::Client;
+using OstrandService::PollingClient;
 using OstrandService::ClientOptions;
 
-constexpr int kProbeMs = 500;
 constexpr char kNoDirectory[] =
     "no directory is named: give --directory tcp://HOST:PORT, or set OSTRAND_DIRECTORY";
 
-// Drops all but what ends a process; outlives every Client.
+// Drops all but what ends a process; outlives every client.
 OstrandCommon::Logger* QuietLogger() {
   static OstrandService::StderrLogger logger(OstrandCommon::OSTRAND_LOG_LEVEL_FATAL);
   return &logger;
-}
-
-// Whether somebody accepts connections there.
-bool Listens(const std::string& url) {
-  sockaddr_in address{};
-  if (!OstrandService::ParseTcpUrl(url.c_str(), address)) {
-    return false;
-  }
-  const int fd = socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
-  if (fd < 0) {
-    return false;
-  }
-  int error = 0;
-  if (connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0) {
-    pollfd waiting{fd, POLLOUT, 0};
-    socklen_t size = sizeof(error);
-    if (errno != EINPROGRESS || poll(&waiting, 1, kProbeMs) != 1 ||
-        getsockopt(fd, SOL_SOCKET, SO_ERROR, &error, &size) != 0) {
-      error = ETIMEDOUT;
-    }
-  }
-  close(fd);
-  return error == 0;
 }
 
 std::string Joined(const std::vector<std::string>& texts) {
@@ -65,22 +35,23 @@ std::string WithText(int code) {
   return std::to_string(code) + " (" + OstrandService::ErrorText(code) + ")";
 }
 
-// Why a Client did not become ready in time.
+// Why a client did not become ready in time.
 std::string WhyNotReady(const Connection& connection, const ClientOptions& options,
-                        Client& client) {
+                        PollingClient& client) {
   int32_t code = 0;
   std::string text;
   client.GetLastError(code, text);
   const std::string waited = "within " + std::to_string(connection.wait_ms) + " ms";
+  const std::string urls = Joined(options.directory_urls);
+  if (code == OstrandService::CLIENT_ERR_DIRECTORY) {
+    return "no directory at " + urls + " could be used " + waited + ": " + text +
+           "; check that it runs (`ostrand fleet` starts one), --app and --zone, or name another "
+           "with --directory";
+  }
   if (code != 0) {
     return "no proxy took the sign-up " + waited + ": " + WithText(code) +
            (text.empty() ? "" : ", " + text) +
            "; check that the proxies run, and --signature, --user and --password";
-  }
-  const std::string urls = Joined(options.directory_urls);
-  if (!std::any_of(options.directory_urls.begin(), options.directory_urls.end(), Listens)) {
-    return "no directory answers at " + urls +
-           "; check that it runs (`ostrand fleet` starts one), or name another with --directory";
   }
   return "the directory at " + urls + " named no proxy that answers, for application " +
          std::to_string(connection.app_id) + " and zone " + std::to_string(connection.zone) + ", " +
@@ -140,9 +111,9 @@ ClientOptions Connection::ToOptions() const {
   return options;
 }
 
-int Connection::Open(std::unique_ptr<Client>& client) const { return Open(ToOptions(), client); }
+int Connection::Open(std::unique_ptr<PollingClient>& client) const { return Open(ToOptions(), client); }
 
-int Connection::Open(ClientOptions options, std::unique_ptr<Client>& client) const {
+int Connection::Open(ClientOptions options, std::unique_ptr<PollingClient>& client) const {
   client.reset();
   if (options.directory_urls.empty()) {
     return Fail(kExitUsage, kNoDirectory);
@@ -150,15 +121,15 @@ int Connection::Open(ClientOptions options, std::unique_ptr<Client>& client) con
   for (std::string& url : options.directory_urls) {
     std::string error;
     const std::string given = url;
-    if (!ResolveAddress(given, url, error)) {
-      return Fail(kExitFailure, error);
+    if (!ReadAddress(given, url, error)) {
+      return Fail(kExitUsage, error);
     }
   }
   const char* const wrong = OstrandService::CheckOptions(options);
   if (wrong != nullptr) {
     return Fail(kExitUsage, std::string(wrong) + "; see --help");
   }
-  auto opened = std::make_unique<Client>(options);
+  auto opened = std::make_unique<PollingClient>(options);
   int code = opened->Start();
   if (code == 0) {
     code = opened->WaitReady(wait_ms);

@@ -18,7 +18,7 @@
 #include <string>
 #include <vector>
 
-#include "client/client.h"
+#include "client/polling_client.h"
 
 namespace CLI {
 class App;
@@ -41,21 +41,20 @@ struct Connection {
   // Adds the options to a command. The record is borrowed until the command line is parsed.
   void AddTo(CLI::App* command);
 
-  // The options of a Client for this cluster; directory urls as they were given, a host name not
-  // looked up.
+  // The options of a Client for this cluster; directory urls as they were given.
   OstrandService::ClientOptions ToOptions() const;
 
   // A Client that can send. kExitSuccess; else `client` is null and a sentence on standard error
   // has said what is wrong and what to do: kExitUsage for options that are wrong, kExitFailure for
-  // a directory that does not resolve or answer, and proxies that cannot be used.
-  int Open(std::unique_ptr<OstrandService::Client>& client) const;
+  // a directory that does not answer, and proxies that cannot be used.
+  int Open(std::unique_ptr<OstrandService::PollingClient>& client) const;
   // The same with options made from ToOptions.
   int Open(OstrandService::ClientOptions options,
-           std::unique_ptr<OstrandService::Client>& client) const;
+           std::unique_ptr<OstrandService::PollingClient>& client) const;
 };
 
-// Turns "tcp://host:port" or "host:port" into the form that the library takes, with the first IPv4
-// address of the host. False: `error` holds a sentence.
-bool ResolveAddress(const std::string& given, std::string& url, std::string& error);
+// Turns "tcp://HOST:PORT" or "HOST:PORT" into the url that the library takes; a name is looked up by
+// the library. False: `error` holds a sentence.
+bool ReadAddress(const std::string& given, std::string& url, std::string& error);
 
 }  // namespace OstrandCli

@@ -101,7 +101,7 @@ bool Demo::StartClient() {
   options.logger = m_options.verbose ? nullptr : QuietLogger();
   options.default_timeout_ms = kTimeoutMs;
   options.directory_refresh_ms = kDirectoryMs;
-  m_client = std::make_unique<OstrandService::Client>(options);
+  m_client = std::make_unique<OstrandService::PollingClient>(options);
   int code = m_client->Start();
   if (code == 0) {
     code = m_client->WaitReady(kReadyMs);

@@ -15,7 +15,7 @@
 #include "cli/load_generator.h"
 #include "cli/package_records.h"
 #include "cli/ring_model.h"
-#include "client/client.h"
+#include "client/polling_client.h"
 #include "fleet/fleet.h"
 
 namespace OstrandCli {
@@ -82,7 +82,7 @@ class Demo {
   const int64_t m_deadline_ms;
   const VexMeta m_schema;
   OstrandFleet::Fleet m_fleet;
-  std::unique_ptr<OstrandService::Client> m_client;
+  std::unique_ptr<OstrandService::PollingClient> m_client;
   DemoLoad m_load;
   std::vector<std::string> m_first_urls;
   DemoResult m_result;

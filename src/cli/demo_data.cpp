@@ -2,18 +2,15 @@
 
 #include <string_view>
 
-#include "protocol/byte_order.h"
-#include "protocol/ostrand_api_cmds.h"
-#include "protocol/record_buffer.h"
-
 namespace OstrandCli {
 namespace {
 
-using ostrand_protocol_cs::FieldReader;
-using ostrand_protocol_cs::FieldView;
-using ostrand_protocol_cs::RecordView;
 using OstrandService::ClientRequest;
 using OstrandService::ClientResponse;
+using OstrandService::FieldReader;
+using OstrandService::FieldValue;
+using OstrandService::FieldView;
+using OstrandService::RecordView;
 
 constexpr char kPackage[] = "package";
 constexpr char kVersion[] = "version";
@@ -25,16 +22,14 @@ constexpr char kRevision[] = "revision";
 constexpr size_t kValues = 5;
 
 template <typename Number>
-std::string BigEndian(Number number) {
-  char bytes[sizeof(number)];
-  ostrand_protocol_cs::StoreBigEndian(bytes, number);
-  return {bytes, sizeof(bytes)};
+std::string BytesOf(Number number) {
+  const FieldValue value = FieldValue::Of<Number>(number);
+  return std::string(value.Bytes());
 }
 
-bool Begin(ClientRequest& request, uint32_t cmd, const PackageRecord& record) {
-  return request.Init(cmd, kDemoZone, kDemoTable) == 0 &&
-         request.SetKey(kPackage, record.name) == 0 &&
-         request.SetKey(kVersion, record.version) == 0;
+// `request` was begun.
+ClientRequest& AddKey(ClientRequest& request, const PackageRecord& record) {
+  return request.Zone(kDemoZone).Key(kPackage, record.name).Key(kVersion, record.version);
 }
 
 // What a value has to be.
@@ -81,21 +76,21 @@ VexMeta DemoSchema() {
 }
 
 bool BuildReplace(ClientRequest& request, const PackageRecord& record, uint32_t revision) {
-  return Begin(request, ostrand_protocol_cs::OSTRAND_API_REPLACE_REQ, record) &&
-         request.AddValue(kLabel, LabelOf(record)) == 0 &&
-         request.AddValue(kSection, record.section) == 0 &&
-         request.AddValue(kSize, BigEndian(record.size)) == 0 &&
-         request.AddValue(kDescription, record.description) == 0 &&
-         request.AddValue(kRevision, BigEndian(revision)) == 0;
+  return AddKey(request.Replace(kDemoTable), record)
+             .Set(kLabel, LabelOf(record))
+             .Set(kSection, record.section)
+             .Set(kSize, record.size)
+             .Set(kDescription, record.description)
+             .Set<uint32_t>(kRevision, revision)
+             .Fault() == 0;
 }
 
 bool BuildUpdate(ClientRequest& request, const PackageRecord& record, uint32_t revision) {
-  return Begin(request, ostrand_protocol_cs::OSTRAND_API_UPDATE_REQ, record) &&
-         request.AddValue(kRevision, BigEndian(revision)) == 0;
+  return AddKey(request.Update(kDemoTable), record).Set<uint32_t>(kRevision, revision).Fault() == 0;
 }
 
 bool BuildGet(ClientRequest& request, const PackageRecord& record) {
-  return Begin(request, ostrand_protocol_cs::OSTRAND_API_GET_REQ, record);
+  return AddKey(request.Get(kDemoTable), record).Fault() == 0;
 }
 
 std::string Difference(ClientResponse& response, const PackageRecord& record, uint32_t revision) {
@@ -106,9 +101,9 @@ std::string Difference(ClientResponse& response, const PackageRecord& record, ui
   }
   return Compare(found, {{kLabel, LabelOf(record)},
                          {kSection, record.section},
-                         {kSize, BigEndian(record.size)},
+                         {kSize, BytesOf(record.size)},
                          {kDescription, record.description},
-                         {kRevision, BigEndian(revision)}});
+                         {kRevision, BytesOf(revision)}});
 }
 
 }  // namespace OstrandCli

@@ -2,7 +2,7 @@
 //
 // A field is named "name" or "name:TYPE". The types are those of a schema: string (when none is
 // given: the bytes as they stand), blob (written as hexadecimal digits), int8 to int64, uint8 to
-// uint64, float and double (decimal; stored big-endian, as the protocol's own numbers are).
+// uint64, float and double (decimal). protocol/field_value.h knows how their values are stored.
 // Threads: any.
 #pragma once
 
@@ -41,8 +41,5 @@ bool ParseField(std::string_view text, Field& field, std::string& error);
 std::string FieldValueText(VexFieldType type, std::string_view bytes);
 // The same as JSON: a number, or as JsonBytes.
 std::string FieldValueJson(VexFieldType type, std::string_view bytes);
-
-// "00FF" as two bytes; an odd number of digits, or another character, is false.
-bool ParseHex(std::string_view text, std::string& bytes);
 
 }  // namespace OstrandCli

@@ -6,15 +6,16 @@
 #include "cli/connection.h"
 #include "cli/output.h"
 #include "cli/record_request.h"
+#include "protocol/ostrand_api_cmds.h"
 
 namespace OstrandCli {
 namespace {
 
-using ostrand_protocol_cs::FieldReader;
-using ostrand_protocol_cs::FieldView;
-using ostrand_protocol_cs::RecordView;
 using OstrandService::ClientRequest;
 using OstrandService::ClientResponse;
+using OstrandService::FieldReader;
+using OstrandService::FieldView;
+using OstrandService::RecordView;
 
 struct GetArguments {
   Connection connection;
@@ -90,7 +91,7 @@ int RunGet(const GetArguments& arguments) {
   if (code != 0) {
     return ReportFailure("get", code, arguments.is_json);
   }
-  std::unique_ptr<OstrandService::Client> client;
+  std::unique_ptr<OstrandService::PollingClient> client;
   const int status = arguments.connection.Open(client);
   if (status != kExitSuccess) {
     return status;

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <cstdint>
 
-#include "cli/fields.h"
 #include "cli/output.h"
+#include "protocol/field_value.h"
 
 namespace OstrandCli {
 namespace {
@@ -160,7 +160,7 @@ bool Parser::ReadBytes(std::string& bytes) {
   const size_t begin = m_at;
   const bool is_read = Expect('{') && (SkipBlanks(), ReadString(name)) && Expect(':') &&
                        (SkipBlanks(), ReadString(digits)) && Expect('}');
-  if (!is_read || name != "hex" || !ParseHex(digits, bytes)) {
+  if (!is_read || name != "hex" || !ostrand_protocol_cs::ParseHex(digits, bytes)) {
     m_at = begin;
     m_error.clear();
     return Fail("an object here must be {\"hex\":\"...\"}, with two digits a byte");
@@ -229,7 +229,7 @@ bool Parser::ReadUnicode(std::string& text) {
 
 bool Parser::ReadFourDigits(uint32_t& number) {
   std::string bytes;
-  if (!ParseHex(m_text.substr(m_at, 4), bytes) || bytes.size() != 2) {
+  if (!ostrand_protocol_cs::ParseHex(m_text.substr(m_at, 4), bytes) || bytes.size() != 2) {
     return Fail("four hexadecimal digits should follow \\u");
   }
   m_at += 4;

@@ -7,6 +7,7 @@
 #include "cli/commands.h"
 #include "cli/loader.h"
 #include "cli/record_request.h"
+#include "protocol/ostrand_api_cmds.h"
 
 namespace OstrandCli {
 namespace {
@@ -139,7 +140,7 @@ int RunLoad(const LoadArguments& arguments) {
     PrintError(loader.Error());
     return kExitFailure;
   }
-  std::unique_ptr<OstrandService::Client> client;
+  std::unique_ptr<OstrandService::PollingClient> client;
   const int status = arguments.connection.Open(client);
   if (status != kExitSuccess) {
     return status;

@@ -25,7 +25,7 @@ double Seconds(const timeval& time) {
 // What a Run cost, from its beginning to its end.
 class LoadGenerator::Meter {
  public:
-  Meter(const OstrandService::Client& client, LoadFigures& figures)
+  Meter(const OstrandService::PollingClient& client, LoadFigures& figures)
       : m_client(client), m_figures(figures) {
     Add(-1);
   }
@@ -43,11 +43,11 @@ class LoadGenerator::Meter {
     m_figures.system_calls += static_cast<uint64_t>(sign) * m_client.SystemCalls();
   }
 
-  const OstrandService::Client& m_client;
+  const OstrandService::PollingClient& m_client;
   LoadFigures& m_figures;
 };
 
-LoadGenerator::LoadGenerator(OstrandService::Client& client) : m_client(client) {}
+LoadGenerator::LoadGenerator(OstrandService::PollingClient& client) : m_client(client) {}
 
 int LoadGenerator::Run(RequestSource& source, const LoadLimits& limits) {
   m_slots.assign(std::max<size_t>(limits.window, 1), Slot());

@@ -25,7 +25,7 @@
 #include <vector>
 
 #include "cli/latency_histogram.h"
-#include "client/client.h"
+#include "client/polling_client.h"
 
 namespace OstrandCli {
 
@@ -82,7 +82,7 @@ struct LoadFigures {
 class LoadGenerator {
  public:
   // Borrows the client, which nobody else uses meanwhile, and in which nothing is in flight.
-  explicit LoadGenerator(OstrandService::Client& client);
+  explicit LoadGenerator(OstrandService::PollingClient& client);
   LoadGenerator(const LoadGenerator&) = delete;
   LoadGenerator& operator=(const LoadGenerator&) = delete;
 
@@ -108,7 +108,7 @@ class LoadGenerator {
   void CountProxy();
   size_t InFlight() const { return m_slots.size() - m_free.size(); }
 
-  OstrandService::Client& m_client;
+  OstrandService::PollingClient& m_client;
   OstrandService::ClientRequest m_request;
   OstrandService::ClientResponse m_response;
   std::vector<Slot> m_slots;

@@ -14,7 +14,7 @@
 
 #include "cli/connection.h"
 #include "cli/record_parser.h"
-#include "client/client.h"
+#include "client/polling_client.h"
 
 namespace OstrandCli {
 
@@ -31,7 +31,7 @@ class LoadWindow {
   // code: 0, or why the record is not there.
   using OnOutcome = std::function<void(uint64_t line, int code)>;
 
-  LoadWindow(OstrandService::Client& client, const Connection& connection, const Options& options)
+  LoadWindow(OstrandService::PollingClient& client, const Connection& connection, const Options& options)
       : m_client(client), m_connection(connection), m_options(options) {}
 
   bool IsEmpty() const { return m_records.empty(); }
@@ -65,7 +65,7 @@ class LoadWindow {
   void TakeAnswers(int timeout_ms, const OnOutcome& on_outcome);
   void Settle(uint64_t line, int code, const OnOutcome& on_outcome);
 
-  OstrandService::Client& m_client;
+  OstrandService::PollingClient& m_client;
   const Connection& m_connection;
   const Options m_options;
   OstrandService::ClientRequest m_request;

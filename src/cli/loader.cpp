@@ -18,7 +18,7 @@ constexpr uint64_t kMaxTold = 10;  // errors on standard error, when they are li
 
 }  // namespace
 
-LoadEnd Loader::Run(OstrandService::Client& client) {
+LoadEnd Loader::Run(OstrandService::PollingClient& client) {
   InterruptGuard interrupt_guard;
   LoadWindow window(client, m_connection, m_options.window);
   ProgressLine progress("load", CountTotal());

@@ -55,7 +55,7 @@ class Loader {
   // Makes the state file and opens the list of errors. False: Error says why.
   bool Begin();
   // REQUIRES: both answered true.
-  LoadEnd Run(OstrandService::Client& client);
+  LoadEnd Run(OstrandService::PollingClient& client);
 
   // Of this run and, when it went on from another, of that too.
   const LoadCounts& Counts() const { return m_counts; }

@@ -2,6 +2,7 @@
 #include <sys/stat.h>
 
 #include "cli/loader.h"
+#include "protocol/ostrand_api_cmds.h"
 
 namespace OstrandCli {
 namespace {

@@ -3,13 +3,9 @@
 #include <cstdio>
 #include <random>
 
-#include "protocol/ostrand_api_cmds.h"
-
 namespace OstrandCli {
 namespace {
 
-using ostrand_protocol_cs::OSTRAND_API_GET_REQ;
-using ostrand_protocol_cs::OSTRAND_API_REPLACE_REQ;
 using OstrandService::ClientRequest;
 using OstrandService::ClientResponse;
 
@@ -26,10 +22,12 @@ std::string RandomText(size_t size, uint64_t seed) {
 // False: a name or a size is more than a request can hold.
 bool Build(ClientRequest& request, const MixedLoadOptions& options, bool is_read, uint64_t key,
            const std::string& value) {
-  return request.Init(is_read ? OSTRAND_API_GET_REQ : OSTRAND_API_REPLACE_REQ, options.zone,
-                      options.table.c_str()) == 0 &&
-         request.SetKey(options.key_field, KeyOfNumber(key)) == 0 &&
-         request.AddValue(options.value_field, is_read ? std::string() : value) == 0;
+  if (is_read) {
+    request.Get(options.table).Field(options.value_field);
+  } else {
+    request.Replace(options.table).Set(options.value_field, value);
+  }
+  return request.Zone(options.zone).Key(options.key_field, KeyOfNumber(key)).Fault() == 0;
 }
 
 }  // namespace

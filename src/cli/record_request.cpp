@@ -5,26 +5,31 @@
 #include "cli/commands.h"
 #include "cli/output.h"
 #include "client/error_text.h"
+#include "protocol/ostrand_api_cmds.h"
 
 namespace OstrandCli {
 
 int FillRequest(OstrandService::ClientRequest& request, uint32_t cmd, const Connection& connection,
                 const std::vector<Field>& keys, const std::vector<Field>& values) {
-  int code = request.Init(cmd, connection.zone, connection.table.c_str());
+  request.Begin(cmd, connection.table).Zone(connection.zone);
   for (const Field& key : keys) {
-    code = code == 0 ? request.SetKey(key.name, key.value) : code;
+    request.Key(key.name, key.value);
   }
   for (const Field& value : values) {
-    code = code == 0 ? request.AddValue(value.name, value.value) : code;
+    if (cmd == ostrand_protocol_cs::OSTRAND_API_GET_REQ) {
+      request.Field(value.name);
+    } else {
+      request.Set(value.name, value.value);
+    }
   }
-  return code;
+  return request.Fault();
 }
 
 std::string CodeWithText(int code) {
   return std::to_string(code) + " (" + OstrandService::ErrorText(code) + ")";
 }
 
-int CallOnce(OstrandService::Client& client, OstrandService::ClientRequest& request,
+int CallOnce(OstrandService::PollingClient& client, OstrandService::ClientRequest& request,
              OstrandService::ClientResponse& response) {
   const int code = client.Call(request, response);
   return code != 0 ? code : response.GetResult();

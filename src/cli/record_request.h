@@ -14,7 +14,8 @@
 
 namespace OstrandCli {
 
-// Begins a request and fills it. 0, or the code of the field that does not fit.
+// Begins a request and fills it; of `values` a get takes the names alone. 0, or the request's
+// fault.
 int FillRequest(OstrandService::ClientRequest& request, uint32_t cmd, const Connection& connection,
                 const std::vector<Field>& keys, const std::vector<Field>& values);
 
@@ -22,7 +23,7 @@ int FillRequest(OstrandService::ClientRequest& request, uint32_t cmd, const Conn
 std::string CodeWithText(int code);
 
 // Sends a request and waits for its answer. 0; a code of the client; the answer's result.
-int CallOnce(OstrandService::Client& client, OstrandService::ClientRequest& request,
+int CallOnce(OstrandService::PollingClient& client, OstrandService::ClientRequest& request,
              OstrandService::ClientResponse& response);
 
 // Tells the user that a command failed: a sentence on standard error and, for a program,

@@ -10,6 +10,7 @@
 #include "cli/ring_picture.h"
 #include "cli/ring_report.h"
 #include "cli/route_source.h"
+#include "client/router_request.h"
 #include "protocol/ostrand_api_cmds.h"
 
 namespace OstrandCli {
@@ -105,7 +106,9 @@ int RunWhere(const RingArguments& arguments) {
     return status;
   }
   const NamedRing ring(UrlsOf(route));
-  const KeyPlace place{key, ring.View().PositionOf(request), arguments.owners};
+  OstrandService::RouterRequest routed;
+  routed.Load(request.Head(), request.Bytes());
+  const KeyPlace place{key, ring.View().PositionOf(routed), arguments.owners};
   return WriteStdout(arguments.is_json ? WhereJson(ring, route, place)
                                        : WhereText(ring, route, place))
              ? kExitSuccess

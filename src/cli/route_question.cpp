@@ -6,23 +6,27 @@
 #include "client/directory_client.h"
 #include "client/stderr_logger.h"
 #include "client/tcp_connector_mgr.h"
-#include "common/clock.h"
+#include "net/event_loop.h"
 
 namespace OstrandCli {
 namespace {
 
 using ostrand_protocol_dir::tagResGetTablesAndAccess;
-using OstrandCommon::GetMonotonicMilliseconds;
 
 template <size_t N>
 std::string RowText(const char (&row)[N]) {
   return {row, strnlen(row, N)};
 }
 
-// Keeps the first answer.
+// Keeps the first answer, and why there was none.
 class RouteKeeper final : public OstrandService::DirectoryListener {
  public:
   explicit RouteKeeper(Route& route) : m_route(route) {}
+
+  const std::string& Reason() const { return m_reason; }
+  void OnDirectoryFailure(const char* url, const char* reason) override {
+    m_reason = std::string(url) + ": " + reason;
+  }
 
   void OnDirectoryAnswer(int32_t, const ostrand_protocol_dir::tagOStrdirCSPkg& answer) override {
     const tagResGetTablesAndAccess& body = answer.stBody.stResGetTablesAndAccess;
@@ -35,12 +39,16 @@ class RouteKeeper final : public OstrandService::DirectoryListener {
 
  private:
   Route& m_route;
+  std::string m_reason;
 };
 
-bool ResolveAll(const Connection& connection, std::vector<std::string>& urls, std::string& error) {
+// Has the directory client looked after as soon as something happens to its connections.
+class DirectoryEvents final : public OstrandService::ConnectorEvents {};
+
+bool ReadAll(const Connection& connection, std::vector<std::string>& urls, std::string& error) {
   for (const std::string& given : connection.directory_urls) {
     std::string url;
-    if (!ResolveAddress(given, url, error)) {
+    if (!ReadAddress(given, url, error)) {
       return false;
     }
     urls.push_back(url);
@@ -52,36 +60,35 @@ bool ResolveAll(const Connection& connection, std::vector<std::string>& urls, st
 
 bool AskForRoute(const Connection& connection, Route& route, std::string& error) {
   OstrandService::DirectoryOptions options;
-  if (!ResolveAll(connection, options.urls, error)) {
+  if (!ReadAll(connection, options.urls, error)) {
     return false;
   }
   options.app_id = connection.app_id;
   options.zones = {connection.zone};
   OstrandService::StderrLogger logger(connection.verbose ? OstrandCommon::OSTRAND_LOG_LEVEL_WARN
                                                          : OstrandCommon::OSTRAND_LOG_LEVEL_FATAL);
-  OstrandService::TcpConnectorMgr connectors(&logger, 0);
-  if (connectors.Start() != 0) {
-    error = "the network does not start: out of threads or descriptors";
+  OSTRNET::EventLoop loop(OSTRNET::System::Kernel());
+  if (loop.Error() != 0) {
+    error = "the network does not start: out of descriptors or memory";
     return false;
   }
+  const OSTRNET::LoopScope scope(loop);
+  options.random = [&loop] { return loop.Sys().RandomNumber(); };
+  DirectoryEvents events;
+  OstrandService::TcpConnectorMgr connectors(loop, &logger, 0, events);
   RouteKeeper keeper(route);
   OstrandService::DirectoryClient directory(connectors, &logger, 0, options, keeper);
-  constexpr int64_t kStepMs = 10;  // connecting is looked at so often
-  const int64_t deadline_ms = GetMonotonicMilliseconds() + connection.wait_ms;
-  for (int64_t now_ms = GetMonotonicMilliseconds(); route.empty() && now_ms <= deadline_ms;
-       now_ms = GetMonotonicMilliseconds()) {
-    const uint64_t seen = connectors.FramesSeen();
-    directory.Update(now_ms);
-    if (route.empty()) {
-      connectors.WaitForFrames(seen, std::min(deadline_ms + 1, now_ms + kStepMs));
-    }
+  const int64_t deadline_ms = loop.NowMs() + connection.wait_ms;
+  while (route.empty() && loop.NowMs() < deadline_ms) {
+    directory.Update(loop.NowMs());
+    const int64_t due_ms = std::min(deadline_ms, directory.NextDueMs());
+    loop.RunOnce(static_cast<int>(std::max<int64_t>(due_ms - loop.NowMs(), 0)));
   }
-  connectors.Stop();
   if (route.empty()) {
     error = "no directory at " + options.urls[0] +
             (options.urls.size() > 1 ? " or the others" : "") + " named the proxies of zone " +
-            std::to_string(connection.zone) +
-            " in time; check that it runs, --app and --zone, or wait longer with --wait-ms";
+            std::to_string(connection.zone) + " in time" +
+            (keeper.Reason().empty() ? "" : " (" + keeper.Reason() + ")") + "; check that it runs, --app and --zone, or wait longer with --wait-ms";
   }
   return !route.empty();
 }

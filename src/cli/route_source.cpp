@@ -6,9 +6,9 @@
 #include <set>
 
 #include "cli/output.h"
-#include "client/tcp_url.h"
 #include "common/text.h"
 #include "fleet/fleet_file.h"
+#include "net/address.h"
 #include "service_api/ostrand_router.h"
 
 namespace OstrandCli {
@@ -17,8 +17,8 @@ namespace {
 constexpr size_t kMaxProxies = OstrandService::OstrandRouter::MAX_SERVER_COUNT;
 
 bool IsUrl(const std::string& text) {
-  sockaddr_in address{};
-  return OstrandService::ParseTcpUrl(text.c_str(), address);
+  OSTRNET::TcpAddress address;
+  return OSTRNET::ParseTcpUrl(text, address);
 }
 
 // "3, 5 and 7"

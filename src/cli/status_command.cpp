@@ -34,7 +34,7 @@ bool Show(const StatusArguments& arguments, const std::string& status, bool is_s
 }
 
 // Lets the client live until then.
-void WaitUntil(OstrandService::Client& client, int64_t deadline_ms) {
+void WaitUntil(OstrandService::PollingClient& client, int64_t deadline_ms) {
   OstrandService::ClientResponse response;
   for (int64_t now_ms = GetMonotonicMilliseconds(); now_ms < deadline_ms && !Interrupted();
        now_ms = GetMonotonicMilliseconds()) {
@@ -42,7 +42,7 @@ void WaitUntil(OstrandService::Client& client, int64_t deadline_ms) {
   }
 }
 
-int Watch(const StatusArguments& arguments, OstrandService::Client& client) {
+int Watch(const StatusArguments& arguments, OstrandService::PollingClient& client) {
   InterruptGuard interrupt_guard;
   const bool is_screen = isatty(STDOUT_FILENO) == 1 && !arguments.is_json;
   const auto interval_ms = static_cast<int64_t>(arguments.watch_s * 1000);
@@ -61,7 +61,7 @@ int Watch(const StatusArguments& arguments, OstrandService::Client& client) {
 }
 
 int RunStatus(const StatusArguments& arguments, bool is_watched) {
-  std::unique_ptr<OstrandService::Client> client;
+  std::unique_ptr<OstrandService::PollingClient> client;
   const int status = arguments.connection.Open(client);
   if (status != kExitSuccess) {
     return status;

@@ -6,6 +6,7 @@
 #include "cli/connection.h"
 #include "cli/output.h"
 #include "cli/record_request.h"
+#include "protocol/ostrand_api_cmds.h"
 
 namespace OstrandCli {
 namespace {
@@ -39,7 +40,7 @@ struct WriteArguments {
 };
 
 int Send(const WriteCommand& kind, const WriteArguments& arguments, ClientRequest& request) {
-  std::unique_ptr<OstrandService::Client> client;
+  std::unique_ptr<OstrandService::PollingClient> client;
   const int status = arguments.connection.Open(client);
   if (status != kExitSuccess) {
     return status;
@@ -71,7 +72,7 @@ int RunWrite(const WriteCommand& kind, const WriteArguments& arguments) {
   if (code != 0) {
     return ReportFailure(kind.name, code, arguments.is_json);
   }
-  request.SetRecordVersion(arguments.if_version);
+  request.Expect(arguments.if_version);
   return Send(kind, arguments, request);
 }
 

@@ -108,9 +108,9 @@ bool ClientRequest::Fail(int code, std::string_view field) {
   return false;
 }
 
-#define OSTRAND_CLIENT_OPERATION(operation, command)                \
+#define OSTRAND_CLIENT_OPERATION(operation, command)                 \
   ClientRequest& ClientRequest::operation(std::string_view table)& { \
-    return Begin(OSTRAND_API_##command##_REQ, table);               \
+    return Begin(OSTRAND_API_##command##_REQ, table);                \
   }
 OSTRAND_CLIENT_COMMANDS(OSTRAND_CLIENT_OPERATION)
 #undef OSTRAND_CLIENT_OPERATION

@@ -23,8 +23,8 @@
 // 64 bits; the table's schema, where the client has one, decides otherwise, and a value that does
 // not fit its field's type is refused by Send. Key<int32_t>("id", 42) names a width.
 //
-// Faults. Nothing here answers a code: the first fault is kept, later calls change nothing, and Send
-// answers its code; FaultText says which field. Beginning anew forgets it.
+// Faults. Nothing here answers a code: the first fault is kept, later calls change nothing, and
+// Send answers its code; FaultText says which field. Beginning anew forgets it.
 //
 // Ownership: owns its bytes, copies what it is given. Threads: one at a time.
 #pragma once
@@ -52,27 +52,27 @@ using ostrand_protocol_cs::RecordReader;
 using ostrand_protocol_cs::RecordView;
 
 // X(operation, name of the command): what applications ask for, declared once.
-#define OSTRAND_CLIENT_COMMANDS(X)        \
-  X(Get, GET)                             \
-  X(Insert, INSERT)                       \
-  X(Replace, REPLACE)                     \
-  X(Update, UPDATE)                       \
-  X(Delete, DELETE)                       \
-  X(BatchGet, BATCH_GET)                  \
-  X(BatchInsert, BATCH_INSERT)            \
-  X(BatchReplace, BATCH_REPLACE)          \
-  X(BatchUpdate, BATCH_UPDATE)            \
-  X(BatchDelete, BATCH_DELETE)            \
-  X(GetByPartKey, GET_BY_PARTKEY)         \
-  X(DeleteByPartKey, DELETE_BY_PARTKEY)   \
-  X(ListGetAll, LIST_GETALL)              \
-  X(ListGet, LIST_GET)                    \
-  X(ListInsert, LIST_INSERT)              \
-  X(ListUpdate, LIST_UPDATE)              \
-  X(ListDelete, LIST_DELETE)              \
-  X(ListDeleteAll, LIST_DELETE_ALL)       \
-  X(SetTTL, SET_TTL)                      \
-  X(GetTTL, GET_TTL)                      \
+#define OSTRAND_CLIENT_COMMANDS(X)      \
+  X(Get, GET)                           \
+  X(Insert, INSERT)                     \
+  X(Replace, REPLACE)                   \
+  X(Update, UPDATE)                     \
+  X(Delete, DELETE)                     \
+  X(BatchGet, BATCH_GET)                \
+  X(BatchInsert, BATCH_INSERT)          \
+  X(BatchReplace, BATCH_REPLACE)        \
+  X(BatchUpdate, BATCH_UPDATE)          \
+  X(BatchDelete, BATCH_DELETE)          \
+  X(GetByPartKey, GET_BY_PARTKEY)       \
+  X(DeleteByPartKey, DELETE_BY_PARTKEY) \
+  X(ListGetAll, LIST_GETALL)            \
+  X(ListGet, LIST_GET)                  \
+  X(ListInsert, LIST_INSERT)            \
+  X(ListUpdate, LIST_UPDATE)            \
+  X(ListDelete, LIST_DELETE)            \
+  X(ListDeleteAll, LIST_DELETE_ALL)     \
+  X(SetTTL, SET_TTL)                    \
+  X(GetTTL, GET_TTL)                    \
   X(GetMetadata, METADATA_GET)
 
 class OSTRAND_API ClientRequest {
@@ -89,11 +89,9 @@ class OSTRAND_API ClientRequest {
 
   // Begin a request; nothing stays of the old one but the room. table: 1 to 31 characters, else the
   // fault is OSTRAND_CODEC_ERR_TABLE_NAME.
-#define OSTRAND_CLIENT_OPERATION(operation, command)                                  \
-  ClientRequest& operation(std::string_view table)&;                                  \
-  ClientRequest&& operation(std::string_view table)&& {                               \
-    return std::move(operation(table));                                               \
-  }
+#define OSTRAND_CLIENT_OPERATION(operation, command) \
+  ClientRequest& operation(std::string_view table)&; \
+  ClientRequest&& operation(std::string_view table)&& { return std::move(operation(table)); }
   OSTRAND_CLIENT_COMMANDS(OSTRAND_CLIENT_OPERATION)
 #undef OSTRAND_CLIENT_OPERATION
 
@@ -137,7 +135,8 @@ class OSTRAND_API ClientRequest {
   // goes; -1 is the end.
   ClientRequest& Element(int32_t index = -1) &;
 
-  // With a named width: Key<int32_t>("id", 42). RUNTIME_ERR_VALUE_RANGE for a value out of its range.
+  // With a named width: Key<int32_t>("id", 42). RUNTIME_ERR_VALUE_RANGE for a value out of its
+  // range.
   template <typename Width, typename Value>
   ClientRequest& Key(std::string_view name, Value value) & {
     return Key(name, FieldValue::Of<Width>(value));
@@ -253,11 +252,11 @@ class OSTRAND_API ClientRequest {
 static_assert(sizeof(ClientRequest) < 400);
 
 // A new request.
-#define OSTRAND_CLIENT_OPERATION(operation, command)         \
-  inline ClientRequest operation(std::string_view table) {   \
-    ClientRequest request;                                   \
-    request.operation(table);                                \
-    return request;                                          \
+#define OSTRAND_CLIENT_OPERATION(operation, command)       \
+  inline ClientRequest operation(std::string_view table) { \
+    ClientRequest request;                                 \
+    request.operation(table);                              \
+    return request;                                        \
   }
 OSTRAND_CLIENT_COMMANDS(OSTRAND_CLIENT_OPERATION)
 #undef OSTRAND_CLIENT_OPERATION

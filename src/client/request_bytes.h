@@ -1,5 +1,5 @@
-// The one buffer of a request: its bytes grow from the front, a mark for each of its fields from the
-// back. Bytes go in anywhere, since an application names fields in any order.
+// The one buffer of a request: its bytes grow from the front, a mark for each of its fields from
+// the back. Bytes go in anywhere, since an application names fields in any order.
 //
 // Never shrinks its room, so that a request that is begun anew allocates nothing. Nothing throws:
 // without memory an operation answers so and has changed nothing.

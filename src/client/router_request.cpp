@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "client/package_views.h"
+#include "client/package_table_name.h"
 #include "protocol/codec.h"
 #include "protocol/codec_key_set.h"
 #include "service_api/ostrand_router.h"

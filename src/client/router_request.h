@@ -35,8 +35,8 @@ class OSTRAND_API RouterRequest : public OstrandServiceRequest {
   RouterRequest& operator=(const RouterRequest&) = delete;
 
   // Takes a request; nothing stays of the one before: application 0, subscript -1, schema version
-  // -1. A zone that is not given stands as 0. bytes: head.BytesLen() of them, which stay as they are
-  // until the sending ended. 0; ROUTER_ERR_ALLOCATION without package.
+  // -1. A zone that is not given stands as 0. bytes: head.BytesLen() of them, which stay as they
+  // are until the sending ended. 0; ROUTER_ERR_ALLOCATION without package.
   int Load(const RequestHead& head, const char* bytes);
 
   void SetAppId(int32_t app_id);

@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-#include "client/package_views.h"
+#include "client/package_table_name.h"
 #include "protocol/codec.h"
 #include "service_api/ostrand_router.h"
 

@@ -35,8 +35,8 @@ class OSTRAND_API RouterResponse : public OstrandServiceResponse {
   RouterResponse(const RouterResponse&) = delete;
   RouterResponse& operator=(const RouterResponse&) = delete;
 
-  // The response that Unpack, SetUserBuff and BuildTimeOutRes write their bytes to; it is no outcome
-  // until HandOver. null: one of its own.
+  // The response that Unpack, SetUserBuff and BuildTimeOutRes write their bytes to; it is no
+  // outcome until HandOver. null: one of its own.
   void SetTarget(ClientResponse* target);
 
   // Makes the target the outcome that this is now.

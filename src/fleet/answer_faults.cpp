@@ -114,10 +114,10 @@ std::string Spoil(AnswerFault fault, std::string_view frame, FaultRandom& random
   }
 }
 
-std::string RandomBytes(size_t len, FaultRandom& random) {
+std::string RandomBytes(size_t len, FaultRandom& generator) {
   std::string bytes(len, '\0');
   for (char& byte : bytes) {
-    byte = static_cast<char>(random() & UCHAR_MAX);
+    byte = static_cast<char>(generator() & UCHAR_MAX);
   }
   return bytes;
 }

@@ -19,7 +19,7 @@ using FaultRandom = std::minstd_rand;
 std::string Spoil(AnswerFault fault, std::string_view frame, FaultRandom& random);
 
 // Any bytes.
-std::string RandomBytes(size_t len, FaultRandom& random);
+std::string RandomBytes(size_t len, FaultRandom& generator);
 
 // Whether answers of this command may come in several packages.
 bool MayHaveMorePackages(std::string_view frame);

@@ -3,12 +3,8 @@
 #include <algorithm>
 #include <utility>
 
-#include "common/clock.h"
-
 namespace OstrandFleet {
 namespace {
-
-using OstrandCommon::GetMonotonicMilliseconds;
 
 constexpr int64_t kLongestDelayMs = 24 * 3600 * 1000;
 constexpr int64_t kLongestHoldMs = 100;
@@ -21,18 +17,19 @@ bool IsTurn(uint64_t& count, int64_t every) {
 
 }  // namespace
 
-AnswerGate::AnswerGate(FleetLoop& loop, TcpConnection& connection, Misbehaviour& misbehaviour,
+AnswerGate::AnswerGate(FleetLoop& loop, FaultyConnection& connection, Misbehaviour& misbehaviour,
                        ProxyCounters& counters)
-    : m_connection(connection),
+    : m_net(loop.net()),
+      m_connection(connection),
       m_misbehaviour(misbehaviour),
       m_counters(counters),
-      m_wait_timer(loop, [this] { SendDue(); }),
-      m_held_timer(loop,
+      m_wait_timer(loop.net(), [this] { SendDue(); }),
+      m_held_timer(loop.net(),
                    [this] {
                      ReleaseHeld();
                      m_connection.Flush();
                    }),
-      m_endless_timer(loop, [this] { SendNextOfEndless(); }) {}
+      m_endless_timer(loop.net(), [this] { SendNextOfEndless(); }) {}
 
 bool AnswerGate::IsOpenFor(AnswerScope scope) const {
   const ProxyFaults& faults = m_misbehaviour.faults;
@@ -105,8 +102,7 @@ void AnswerGate::Forward(std::string_view bytes, int64_t extra_delay_ms, bool cl
     return;
   }
   m_waiting_len += bytes.size();
-  m_waiting.emplace(GetMonotonicMilliseconds() + delay_ms,
-                    Waiting{std::string(bytes), close_behind});
+  m_waiting.emplace(m_net.NowMs() + delay_ms, Waiting{std::string(bytes), close_behind});
   SetWaitTimer();
 }
 
@@ -119,7 +115,7 @@ void AnswerGate::Send(std::string_view bytes, bool close_behind) {
 }
 
 void AnswerGate::SendDue() {
-  const int64_t now_ms = GetMonotonicMilliseconds();
+  const int64_t now_ms = m_net.NowMs();
   while (!m_waiting.empty() && m_waiting.begin()->first <= now_ms && m_connection.IsOpen()) {
     const Waiting due = std::move(m_waiting.begin()->second);
     m_waiting.erase(m_waiting.begin());
@@ -135,7 +131,7 @@ void AnswerGate::SetWaitTimer() {
   if (m_waiting.empty()) {
     m_wait_timer.Cancel();
   } else {
-    m_wait_timer.SetIn(std::max<int64_t>(m_waiting.begin()->first - GetMonotonicMilliseconds(), 0));
+    m_wait_timer.SetAt(m_waiting.begin()->first);
   }
 }
 

@@ -9,9 +9,8 @@
 #include <string_view>
 
 #include "fleet/answer_faults.h"
-#include "fleet/fleet_loop.h"
+#include "fleet/faulty_connection.h"
 #include "fleet/proxy_counters.h"
-#include "fleet/tcp_connection.h"
 
 namespace OstrandFleet {
 
@@ -26,7 +25,7 @@ struct Misbehaviour {
 class AnswerGate {
  public:
   // All outlive the gate.
-  AnswerGate(FleetLoop& loop, TcpConnection& connection, Misbehaviour& misbehaviour,
+  AnswerGate(FleetLoop& loop, FaultyConnection& connection, Misbehaviour& misbehaviour,
              ProxyCounters& counters);
 
   // Whether answers to this scope go straight to the connection.
@@ -59,7 +58,8 @@ class AnswerGate {
   void KeepGoing(std::string_view frame);
   void SendNextOfEndless();
 
-  TcpConnection& m_connection;
+  OSTRNET::EventLoop& m_net;
+  FaultyConnection& m_connection;
   Misbehaviour& m_misbehaviour;
   ProxyCounters& m_counters;
 

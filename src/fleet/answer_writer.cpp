@@ -3,7 +3,7 @@
 #include <cassert>
 #include <cstring>
 
-#include "common/clock.h"
+#include "fleet/fleet_loop.h"
 #include "protocol/codec.h"
 #include "protocol/perf_test.h"
 
@@ -94,7 +94,7 @@ void AnswerWriter::StampPerformance() {
     return;  // one that cannot be read goes back as it came
   }
   const auto arrival = static_cast<uint64_t>(m_arrival_us);
-  const auto now = static_cast<uint64_t>(OstrandCommon::GetCurrentMicroseconds());
+  const auto now = static_cast<uint64_t>(ReadWallMicroseconds());
   perf.ullProxyFrontForwardTime = arrival;
   perf.ullProxyEndForwardTime = arrival;
   perf.ullSvrArriveTime = arrival;

@@ -10,7 +10,7 @@
 namespace OstrandFleet {
 
 FileWatch::FileWatch(FleetLoop& loop, std::function<void()> on_change)
-    : m_loop(loop), m_on_change(std::move(on_change)) {}
+    : m_net(loop.net()), m_on_change(std::move(on_change)) {}
 
 int FileWatch::Watch(const std::string& path) {
   Close();
@@ -22,7 +22,7 @@ int FileWatch::Watch(const std::string& path) {
     return -1;
   }
   if (inotify_add_watch(m_fd, folder.c_str(), IN_CLOSE_WRITE | IN_MOVED_TO) < 0 ||
-      m_loop.Watch(m_fd, EPOLLIN, this) != 0) {
+      m_net.Watch(m_fd, EPOLLIN, this) != 0) {
     Close();
     return -1;
   }
@@ -31,7 +31,7 @@ int FileWatch::Watch(const std::string& path) {
 
 void FileWatch::Close() {
   if (m_fd >= 0) {
-    m_loop.Unwatch(m_fd);
+    m_net.Unwatch(m_fd, this);
     close(m_fd);
     m_fd = -1;
   }

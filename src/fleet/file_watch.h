@@ -23,7 +23,7 @@ class FileWatch final : public EventHandler {
  private:
   void OnEvents(uint32_t epoll_events) override;
 
-  FleetLoop& m_loop;
+  OSTRNET::EventLoop& m_net;
   const std::function<void()> m_on_change;
   int m_fd = -1;
   std::string m_name;

@@ -12,7 +12,7 @@ using namespace ostrand_protocol_dir;  // NOLINT: the directory's records
 
 namespace {
 
-constexpr TcpConnection::Limits kLimits = {2 * OSTRDIR_MAX_FRAME_LEN, 4 * OSTRDIR_MAX_FRAME_LEN};
+constexpr FaultyConnection::Limits kLimits = {2 * OSTRDIR_MAX_FRAME_LEN, 4 * OSTRDIR_MAX_FRAME_LEN};
 constexpr size_t kMaxSessions = 4096;  // further connections are closed at once
 
 #define OSTRAND_FLEET_NAME(enumerator, name, meaning) name,
@@ -52,15 +52,15 @@ bool ParseDirectoryFault(std::string_view name, DirectoryFault& fault) {
 }
 
 // A client's connection to the directory.
-class DirectorySession final : public LoopObject, private TcpConnection::Listener {
+class DirectorySession final : public LoopObject, private FaultyConnection::Listener {
  public:
-  DirectorySession(FleetDirectory& directory, int fd)
+  explicit DirectorySession(FleetDirectory& directory)
       : m_directory(directory),
-        m_connection(directory.m_loop, fd, *this, kLimits),
+        m_connection(directory.m_loop, *this, kLimits),
         m_gate(directory.m_loop, m_connection, directory.m_misbehaviour,
                directory.m_gate_counters) {}
 
-  TcpConnection& connection() { return m_connection; }
+  FaultyConnection& connection() { return m_connection; }
 
  private:
   int64_t OnInput(const char* data, size_t len) override {
@@ -89,7 +89,7 @@ class DirectorySession final : public LoopObject, private TcpConnection::Listene
   }
 
   FleetDirectory& m_directory;
-  TcpConnection m_connection;
+  FaultyConnection m_connection;
   AnswerGate m_gate;
 };
 
@@ -153,10 +153,10 @@ int FleetDirectory::SetFault(DirectoryFault fault, int64_t value) {
 
 void FleetDirectory::OnAccept(int fd) {
   ++m_counters.connections_accepted;
-  auto session = std::make_unique<DirectorySession>(*this, fd);
+  auto session = std::make_unique<DirectorySession>(*this);
   DirectorySession* const key = session.get();
   m_sessions.emplace(key, std::move(session));
-  key->connection().Start();
+  key->connection().Start(fd);
   if (m_sessions.size() > kMaxSessions) {
     key->connection().Close();
   }

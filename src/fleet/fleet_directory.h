@@ -12,8 +12,8 @@
 
 #include "fleet/answer_gate.h"
 #include "fleet/fleet_types.h"
+#include "fleet/port_listener.h"
 #include "fleet/table_store.h"
-#include "fleet/tcp_listener.h"
 #include "protocol/ostrand_dir.h"
 
 namespace OstrandFleet {
@@ -68,7 +68,7 @@ class FleetDirectory {
 
   FleetLoop& m_loop;
   const TableStore& m_store;
-  TcpListener m_listener;
+  PortListener m_listener;
   std::map<DirectorySession*, std::unique_ptr<DirectorySession>> m_sessions;
   std::map<int32_t, Route> m_routes;
   Route m_common_route;

@@ -1,4 +1,5 @@
-// The fleet's own thread: waits for sockets and timers, and carries out what other threads ask for.
+// The fleet's own thread: runs the loop of its sockets and timers, and carries out what other
+// threads ask for.
 //
 // Everything of a fleet (listeners, connections, store, route, counters) belongs to this thread and
 // needs no lock. Another thread that wants something of it has it done here, by Run, and waits. So
@@ -9,27 +10,20 @@
 // Threads: Run and WaitFor on any thread; Start and Stop on one; all else on the loop.
 #pragma once
 
-#include <pthread.h>
-
 #include <atomic>
 #include <cstdint>
 #include <functional>
-#include <map>
 #include <memory>
 #include <vector>
 
 #include "common/mutex.h"
+#include "net/background_thread.h"
+#include "net/event_loop.h"
 
 namespace OstrandFleet {
 
-// What a watched descriptor's events go to.
-class EventHandler {
- public:
-  virtual void OnEvents(uint32_t epoll_events) = 0;
-
- protected:
-  ~EventHandler() = default;
-};
+using OSTRNET::EventHandler;
+using OSTRNET::Timer;
 
 // What may be deleted at the end of a round, when nobody is inside it.
 class LoopObject {
@@ -37,11 +31,9 @@ class LoopObject {
   virtual ~LoopObject() = default;
 };
 
-class Timer;
-
 class FleetLoop {
  public:
-  FleetLoop();
+  FleetLoop() = default;
   ~FleetLoop();  // stops the thread
   FleetLoop(const FleetLoop&) = delete;
   FleetLoop& operator=(const FleetLoop&) = delete;
@@ -59,19 +51,13 @@ class FleetLoop {
   // does not within the time, or when the thread stops or does not run.
   bool WaitFor(int64_t timeout_ms, const std::function<bool()>& condition);
 
-  // Events (level-triggered) of a descriptor. 0, or -1.
-  int Watch(int fd, uint32_t epoll_events, EventHandler* handler);
-  int Rewatch(int fd, uint32_t epoll_events, EventHandler* handler);
-  // The handler may still get an event of the round that goes on: it is deleted by DeleteLater.
-  void Unwatch(int fd);
+  // Descriptors, timers, streams.
+  OSTRNET::EventLoop& net() { return m_net; }
 
   void DeleteLater(std::unique_ptr<LoopObject> object);
 
-  // Room that everybody on the loop reads into, for the length of one call.
-  std::vector<char>& ReadBuffer() { return m_read_buffer; }
-
  private:
-  friend class Timer;
+  class OnLoopScope;
 
   struct Task {
     const std::function<void()>* work;
@@ -82,23 +68,15 @@ class FleetLoop {
     bool met = false;      // guarded by m_mutex
     bool dropped = false;  // guarded by m_mutex; the thread ended
   };
-  using Timers = std::multimap<int64_t, Timer*>;
 
-  static void* ThreadMain(void* self);
   void Main();
-  void HandleEvents(int timeout_ms);
-  int TimeoutMs() const;
-  void RunTimers();
   void RunTasks();
   void AskWaiters();
   void DropWaiters();
-  void Wake();
-  void DrainWake();
   bool OnLoop() const;
 
-  int m_epoll_fd = -1;
-  int m_wake_fd = -1;
-  pthread_t m_thread{};
+  OSTRNET::EventLoop m_net{OSTRNET::System::Kernel()};
+  OSTRNET::BackgroundThread m_thread;
   std::atomic<bool> m_stop{false};
 
   OstrandCommon::Mutex m_mutex;
@@ -107,33 +85,13 @@ class FleetLoop {
   std::vector<Task*> m_tasks OSTRAND_GUARDED_BY(m_mutex);
 
   // On the loop only.
-  Timers m_timers;
   std::vector<Waiter*> m_waiters;
   std::vector<std::unique_ptr<LoopObject>> m_deleted_later;
-  std::vector<char> m_read_buffer;
 };
 
-// Calls a function once, at a time; set anew, it can be used again. On the loop only; gone with the
-// object.
-class Timer {
- public:
-  Timer(FleetLoop& loop, std::function<void()> work);
-  ~Timer() { Cancel(); }
-  Timer(const Timer&) = delete;
-  Timer& operator=(const Timer&) = delete;
-
-  // In so many milliseconds from now; replaces an earlier time.
-  void SetIn(int64_t delay_ms);
-  void Cancel();
-  bool IsSet() const { return m_is_set; }
-
- private:
-  friend class FleetLoop;
-
-  FleetLoop& m_loop;
-  const std::function<void()> m_work;
-  bool m_is_set = false;
-  FleetLoop::Timers::iterator m_place;  // while set
-};
+// Wall-clock time: on the loop the loop's, unless a test replaced the clock.
+int64_t WallMicroseconds();
+// The same, read afresh: for stamps that tell how long something took.
+int64_t ReadWallMicroseconds();
 
 }  // namespace OstrandFleet

@@ -1,7 +1,5 @@
 #include "fleet/fleet_proxy.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <utility>
 
@@ -21,8 +19,8 @@ FleetProxy::FleetProxy(SessionContext& context, size_t index, ProxySettings sett
       m_on_state_change(std::move(on_state_change)),
       m_record{index, {}, {}},
       m_listener(context.loop, [this](int fd) { OnAccept(fd); }),
-      m_ask_timer(context.loop, [this] { AskSessions(); }),
-      m_linger_timer(context.loop, [this] { Finish(); }) {
+      m_ask_timer(context.loop.net(), [this] { AskSessions(); }),
+      m_linger_timer(context.loop.net(), [this] { Finish(); }) {
   m_record.misbehaviour.random.seed(m_settings.random_seed + static_cast<uint32_t>(index));
 }
 
@@ -109,14 +107,14 @@ std::string FleetProxy::Url() const {
 
 void FleetProxy::OnAccept(int fd) {
   if (m_sessions.size() >= m_settings.options.max_connections) {
-    close(fd);
+    m_context.loop.net().Sys().Close(fd);
     return;
   }
   ProxySession::Owner& owner = *this;
-  auto session = std::make_unique<ProxySession>(m_context, m_record, owner, fd);
+  auto session = std::make_unique<ProxySession>(m_context, m_record, owner);
   ProxySession* const key = session.get();
   m_sessions.emplace(key, std::move(session));
-  key->Start();
+  key->Start(fd);
 }
 
 void FleetProxy::OnSessionClosed(ProxySession& session) {

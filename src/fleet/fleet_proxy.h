@@ -9,8 +9,8 @@
 #include <string_view>
 #include <vector>
 
+#include "fleet/port_listener.h"
 #include "fleet/proxy_session.h"
-#include "fleet/tcp_listener.h"
 
 namespace OstrandFleet {
 
@@ -69,7 +69,7 @@ class FleetProxy final : private ProxySession::Owner {
   const ProxySettings m_settings;
   const std::function<void()> m_on_state_change;
   ProxyRecord m_record;
-  TcpListener m_listener;
+  PortListener m_listener;
   std::map<ProxySession*, std::unique_ptr<ProxySession>> m_sessions;
   ProxyState m_state = ProxyState::kDown;
   Timer m_ask_timer;

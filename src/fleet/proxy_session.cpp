@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstring>
 
-#include "common/clock.h"
 #include "fleet/fleet_codes.h"
 #include "fleet/frame_layout.h"
 #include "protocol/codec.h"
@@ -16,8 +15,8 @@ namespace {
 using namespace ostrand_protocol_cs;  // NOLINT: commands and records
 using OstrandService::OstrandServiceResponse;
 
-constexpr TcpConnection::Limits kLimits = {OSTRAND_MAX_REQ_FRAME_LEN + 1024 * 1024,
-                                           16 * 1024 * 1024};
+constexpr FaultyConnection::Limits kLimits = {OSTRAND_MAX_REQ_FRAME_LEN + 1024 * 1024,
+                                              16 * 1024 * 1024};
 
 int64_t Shifted(int64_t time_us, int64_t shift_us) {
   return static_cast<int64_t>(static_cast<uint64_t>(time_us) + static_cast<uint64_t>(shift_us));
@@ -39,18 +38,18 @@ bool Matches(const Credentials& accepted, const OStrandAppSignupReq& sign_up) {
 
 }  // namespace
 
-ProxySession::ProxySession(SessionContext& context, ProxyRecord& proxy, Owner& owner, int fd)
+ProxySession::ProxySession(SessionContext& context, ProxyRecord& proxy, Owner& owner)
     : m_context(context),
       m_proxy(proxy),
       m_owner(owner),
       m_number(++context.last_connection),
-      m_connection(context.loop, fd, *this, kLimits),
+      m_connection(context.loop, *this, kLimits),
       m_gate(context.loop, m_connection, proxy.misbehaviour, proxy.counters) {}
 
-void ProxySession::Start() {
+void ProxySession::Start(int fd) {
   ++m_proxy.counters.connections_accepted;
   ++m_proxy.counters.connections_open;
-  m_connection.Start();
+  m_connection.Start(fd);
   ApplyFaults();
 }
 
@@ -124,7 +123,7 @@ bool ProxySession::HandleFrame(std::string_view frame) {
     return true;
   }
   OStrandPkg& request = m_context.request;
-  const int64_t arrival_us = OstrandCommon::GetCurrentMicroseconds();
+  const int64_t arrival_us = ReadWallMicroseconds();
   if (UnpackWholeCsPkgMaybeDecompress(request, nullptr, 0, frame.data(), frame.size(), nullptr,
                                       nullptr, 0) != 0) {
     return false;
@@ -139,14 +138,9 @@ bool ProxySession::AnswerByStandIn(std::string_view frame) {
     return false;
   }
   ++m_proxy.counters.table_requests;
-  if (m_gate.IsOpenFor(AnswerScope::kTable)) {
-    ++m_proxy.counters.answers;
-    m_context.stand_in->AppendAnswer(frame, m_connection.output());
-  } else {
-    std::string answer;
-    m_context.stand_in->AppendAnswer(frame, answer);
-    m_gate.Pass(AnswerScope::kTable, answer);
-  }
+  m_stand_in_answer.clear();
+  m_context.stand_in->AppendAnswer(frame, m_stand_in_answer);
+  m_gate.Pass(AnswerScope::kTable, m_stand_in_answer);
   return true;
 }
 
@@ -213,7 +207,7 @@ void ProxySession::AnswerHeartbeat(const OStrandPkg& request) {
   }
   OStrandPkg& answer = m_context.writer.pkg();
   OStrandHeartBeatRes& body = answer.stBody.stHeartBeatRes;
-  const int64_t now_us = OstrandCommon::GetCurrentMicroseconds();
+  const int64_t now_us = WallMicroseconds();
   const int64_t echo_us = faults.heartbeat_echo_us != 0 ? faults.heartbeat_echo_us
                                                         : request.stBody.stHeartBeatReq.llApiTimeUs;
   vex_utctime_to_vexdatetime(&body.tCurTime, static_cast<time_t>(now_us / 1000000));

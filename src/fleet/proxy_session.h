@@ -15,9 +15,9 @@
 #include "fleet/answer_gate.h"
 #include "fleet/answer_writer.h"
 #include "fleet/command_runner.h"
+#include "fleet/faulty_connection.h"
 #include "fleet/request_log.h"
 #include "fleet/stand_in.h"
-#include "fleet/tcp_connection.h"
 
 namespace OstrandFleet {
 
@@ -40,7 +40,9 @@ struct ProxyRecord {
   ProxyCounters counters;
 };
 
-class ProxySession final : public LoopObject, private TcpConnection::Listener, private AnswerSink {
+class ProxySession final : public LoopObject,
+                           private FaultyConnection::Listener,
+                           private AnswerSink {
  public:
   class Owner {
    public:
@@ -53,10 +55,11 @@ class ProxySession final : public LoopObject, private TcpConnection::Listener, p
     ~Owner() = default;
   };
 
-  // All outlive the session, which owns the descriptor.
-  ProxySession(SessionContext& context, ProxyRecord& proxy, Owner& owner, int fd);
+  // All outlive the session.
+  ProxySession(SessionContext& context, ProxyRecord& proxy, Owner& owner);
 
-  void Start();
+  // Takes the descriptor over.
+  void Start(int fd);
   // The proxy's faults are others now.
   void ApplyFaults();
 
@@ -66,7 +69,7 @@ class ProxySession final : public LoopObject, private TcpConnection::Listener, p
   void ForgetStop();
   bool allows_stop() const { return m_allows_stop; }
 
-  TcpConnection& connection() { return m_connection; }
+  FaultyConnection& connection() { return m_connection; }
 
  private:
   int64_t OnInput(const char* data, size_t len) override;
@@ -86,8 +89,9 @@ class ProxySession final : public LoopObject, private TcpConnection::Listener, p
   ProxyRecord& m_proxy;
   Owner& m_owner;
   const uint64_t m_number;
-  TcpConnection m_connection;
+  FaultyConnection m_connection;
   AnswerGate m_gate;
+  std::string m_stand_in_answer;  // room for one
   bool m_signed_up = false;
   int32_t m_app_id = 0;  // of the sign-up
   int32_t m_zone = 0;

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "common/clock.h"
+#include "fleet/fleet_loop.h"
 #include "vex/vex_image.h"
 
 namespace OstrandFleet {
@@ -230,7 +230,7 @@ int32_t Table::Find(const RecordKey& key, Row*& row) {
 }
 
 std::vector<const Row*> Table::FindByPart(const FieldList& part) {
-  m_now_ms = OstrandCommon::GetCurrentMilliseconds();
+  m_now_ms = WallMicroseconds() / 1000;
   EraseExpired();
   std::vector<const Row*> found;
   for (const auto& entry : m_rows) {
@@ -335,13 +335,13 @@ bool Table::HasElement(const Row& list, int32_t index) {
 }
 
 size_t Table::CountRows() {
-  m_now_ms = OstrandCommon::GetCurrentMilliseconds();
+  m_now_ms = WallMicroseconds() / 1000;
   EraseExpired();
   return m_rows.size();
 }
 
 Table::Rows::iterator Table::Lookup(const FieldList& key) {
-  m_now_ms = OstrandCommon::GetCurrentMilliseconds();
+  m_now_ms = WallMicroseconds() / 1000;
   const auto place = m_rows.find(CanonicalKey(key));
   if (place != m_rows.end() && place->second.expires_at_ms >= 0 &&
       place->second.expires_at_ms <= m_now_ms) {

@@ -13,7 +13,7 @@
 
 namespace OSTRNET {
 
-class OSTRAND_API TcpListener : private EventHandler {
+class OSTRAND_API TcpListener final : private EventHandler {
  public:
   static constexpr int kBacklog = 1024;  // connections that wait to be accepted
 

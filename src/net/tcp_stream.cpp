@@ -101,8 +101,8 @@ void TcpStream::RunDue() {
     return;
   }
   const Life life(*this);
-  if ((due & kDueRoom) != 0 && m_output_refused && OutputRoom() >= m_limits.max_output / 2) {
-    m_output_refused = false;
+  if ((due & kDueRoom) != 0 && m_room_asked != 0 && OutputRoom() >= m_room_asked) {
+    m_room_asked = 0;
     m_listener.OnRoom();
   }
   if (life.GoesOn() && m_phase == Phase::kOpen && (due & kDueHandOn) != 0) {
@@ -120,7 +120,7 @@ void TcpStream::OnOpenEvents(uint32_t epoll_events) {
   const Life life(*this);
   const bool failed = (epoll_events & kFailureEvents) != 0;
   const uint32_t write_event = m_transport->WriteWantsRead() ? EPOLLIN : EPOLLOUT;
-  if (m_write_blocked && (failed || (epoll_events & write_event) != 0)) {
+  if (m_write_blocked && m_sending && (failed || (epoll_events & write_event) != 0)) {
     m_write_blocked = false;
     SendSome();
   }
@@ -157,7 +157,7 @@ uint32_t TcpStream::WantedEvents() const {
   if (WantsInput()) {
     events |= m_transport->ReadWantsWrite() ? EPOLLOUT : EPOLLIN;
   }
-  if (m_write_blocked) {
+  if (m_write_blocked && m_sending) {
     events |= m_transport->WriteWantsRead() ? EPOLLIN : EPOLLOUT;
   }
   return events;
@@ -273,7 +273,7 @@ void TcpStream::OnReadEnd(Transport::Result result) {
   if (result == Transport::Result::kFailed) {
     SetErrorText(m_transport->ErrorText());
   } else {
-    if (!m_write_blocked) {
+    if (!m_write_blocked && m_sending) {
       SendSome();  // it may have ended its half alone
     }
     SetErrorText(m_input.empty() ? "closed by the peer" : "closed by the peer inside a frame");
@@ -304,7 +304,7 @@ int TcpStream::Queue(const char* data, size_t len) {
     return -1;
   }
   if (len > OutputRoom()) {
-    m_output_refused = true;
+    AskForRoom(m_limits.max_output / 2);
     return 0;
   }
   if (!m_output.Append(data, len)) {
@@ -321,8 +321,8 @@ size_t TcpStream::OutputRoom() const {
 }
 
 void TcpStream::Flush() {
-  if ((m_phase == Phase::kOpen || m_phase == Phase::kSendingRest) && !m_write_blocked &&
-      !m_output.empty()) {
+  if ((m_phase == Phase::kOpen || m_phase == Phase::kSendingRest) && m_sending &&
+      !m_write_blocked && !m_output.empty()) {
     SendSome();
     UpdateInterest();
   }
@@ -346,7 +346,7 @@ void TcpStream::SendSome() {
     m_output.TakeFront(sent);
     m_bytes_out += sent;
   }
-  if (m_output_refused && OutputRoom() >= m_limits.max_output / 2) {
+  if (m_room_asked != 0 && OutputRoom() >= m_room_asked) {
     Defer(kDueRoom);
   }
   if (m_phase == Phase::kSendingRest && m_output.empty()) {
@@ -361,6 +361,22 @@ void TcpStream::SetReading(bool reading) {
   }
   if (m_phase == Phase::kOpen && reading && m_transport->HasInput()) {
     Defer(kDueInput);
+  }
+}
+
+void TcpStream::SetSending(bool sending) {
+  m_sending = sending;
+  m_write_blocked = m_write_blocked && !sending;  // what it waits for may have come meanwhile
+  Flush();
+  if (m_phase == Phase::kOpen || m_phase == Phase::kSendingRest) {
+    UpdateInterest();
+  }
+}
+
+void TcpStream::AskForRoom(size_t room) {
+  m_room_asked = std::max<size_t>(room, 1);
+  if (m_phase == Phase::kOpen && OutputRoom() >= m_room_asked) {
+    Defer(kDueRoom);
   }
 }
 
@@ -443,7 +459,7 @@ void TcpStream::Release() {
   m_input.Clear();
   m_output.Clear();
   m_write_blocked = false;
-  m_output_refused = false;
+  m_room_asked = 0;
   m_peer_has_ended = false;
   m_addresses.clear();
   m_next_address = 0;

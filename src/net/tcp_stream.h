@@ -40,7 +40,7 @@ namespace OSTRNET {
 
 class NameLookup;
 
-class OSTRAND_API TcpStream : private EventHandler, private Flushable {
+class OSTRAND_API TcpStream final : private EventHandler, private Flushable {
  public:
   enum class State { kClosed, kConnecting, kConnected };
 
@@ -53,7 +53,7 @@ class OSTRAND_API TcpStream : private EventHandler, private Flushable {
     // kClose, or a call of Close inside, ends the connection without OnClosed. `data` may be used
     // until it returns.
     virtual int64_t OnInput(const char* data, size_t len) = 0;
-    // Output was refused and there is room again: half of the limit.
+    // Output was refused and there is room again: half of the limit. Or as AskForRoom says.
     virtual void OnRoom() {}
     // The connection, or the attempt, ended, but not by Close. reason: a sentence, valid inside.
     virtual void OnClosed(const char* reason) = 0;
@@ -101,6 +101,10 @@ class OSTRAND_API TcpStream : private EventHandler, private Flushable {
 
   // Not reading: what comes fills the kernel's buffers. As long as the stream lives.
   void SetReading(bool reading);
+  // Not sending: what is queued waits. As long as the stream lives.
+  void SetSending(bool sending);
+  // OnRoom tells, once, when there is room for so many bytes: for who stops before Queue refuses.
+  void AskForRoom(size_t room);
   // Hands kept input on again, in the next round.
   void HandOnAgain();
 
@@ -208,8 +212,9 @@ class OSTRAND_API TcpStream : private EventHandler, private Flushable {
   uint32_t m_due = 0;
   bool m_due_asked = false;
   bool m_reading = true;
-  bool m_write_blocked = false;   // the transport takes nothing at present
-  bool m_output_refused = false;  // and the listener not told of room since
+  bool m_write_blocked = false;  // the transport takes nothing at present
+  bool m_sending = true;
+  size_t m_room_asked = 0;        // of which the listener is to be told; 0: of none
   bool m_peer_has_ended = false;  // while the rest is sent
   Life* m_life = nullptr;         // the innermost
 

@@ -58,8 +58,8 @@ OSTRAND_API int PackHeadBeforeBody(char* buf, size_t& len, const OStrandPkg& pkg
                                    size_t body_len);
 
 // Unpacks the frame's head and checks its whole body, with the codes that
-// UnpackWholeCsPkgMaybeDecompress answers for the same bytes, but copies no records, key sets or TTL
-// entries: in the package there are none of them. What else a body has (metadata, iResult and
+// UnpackWholeCsPkgMaybeDecompress answers for the same bytes, but copies no records, key sets or
+// TTL entries: in the package there are none of them. What else a body has (metadata, iResult and
 // bHasMorePkgs) is there.
 OSTRAND_API int UnpackHeadCheckBody(OStrandPkg& pkg, const char* data, size_t len);
 
@@ -68,9 +68,9 @@ OSTRAND_API int UnpackBodyOfCmd(OStrandPkgBody& body, uint32_t cmd, const char* 
 
 // Where in a frame the parts of its head begin.
 struct OStrandHeadPlaces {
-  size_t table;     // the text's characters
-  size_t user;      // the user buffer's bytes
-  size_t key_set;   // the key set's version
+  size_t table;    // the text's characters
+  size_t user;     // the user buffer's bytes
+  size_t key_set;  // the key set's version
 };
 
 // REQUIRES: a frame that one of the operations above has taken.

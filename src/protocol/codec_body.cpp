@@ -243,9 +243,8 @@ void CheckBody(ByteReader& in, OStrandPkgBody& body, uint32_t cmd) {
     in.Take(in.left());
   }
   uint32_t num = 0;
-  VisitBody(body, kind, [&in, &num](const char* /*name*/, auto& record) {
-    num = Check(in, record);
-  });
+  VisitBody(body, kind,
+            [&in, &num](const char* /*name*/, auto& record) { num = Check(in, record); });
   if (kind == BodyKind::kRecord && in.ok() && num > 1) {
     in.Fail(OSTRAND_CODEC_ERR_RECORD_NUM);
   }

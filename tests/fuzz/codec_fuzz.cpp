@@ -1,4 +1,5 @@
-// Any bytes as a frame: unpacking answers a code or a sound package. A sound package renders as
+// Any bytes as a frame: unpacking answers a code or a sound package, and checking without copying
+// answers the same code. A sound package renders as
 // text, its records can be walked, it packs again, and what it packs to is read as the same
 // package: packed once more it gives the same bytes.
 #include <cstddef>
@@ -71,9 +72,11 @@ void WalkBody(const OStrandPkg& pkg) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   static const std::unique_ptr<OStrandPkg> pkg = NewOStrandPkg();
+  static const std::unique_ptr<OStrandPkg> checked = NewOStrandPkg();
   static std::vector<char> once(OSTRAND_MAX_FRAME_LEN);
   static std::vector<char> twice(OSTRAND_MAX_FRAME_LEN);
   const int ret = Unpack(*pkg, reinterpret_cast<const char*>(data), size);
+  Require(UnpackHeadCheckBody(*checked, reinterpret_cast<const char*>(data), size) == ret);
   if (ret != 0) {
     Require(CodecErrorText(ret) != nullptr);
     Require(pkg->stHead.dwCmd == 0);

@@ -127,22 +127,20 @@ TEST_F(AnswerFaults, UserBuffersComeBackWithAnswersAndTimeOuts) {
     std::set<uint64_t> open;
     size_t with_bytes = 0;
     for (int i = 0; i < 100; ++i) {
-      ASSERT_EQ(m_request.Init(OSTRAND_API_GET_REQ, kZone, kTable), 0);
-      ASSERT_EQ(m_request.SetKey("id", std::to_string(i)), 0);
+      m_request.Begin(OSTRAND_API_GET_REQ, kTable).Zone(kZone);
+      m_request.Key("id", std::to_string(i));
       const std::string bytes = "bytes of " + std::to_string(i);
       m_request.SetSequence(i);
-      ASSERT_EQ(m_request.SetUserBuff(bytes.data(), bytes.size()), 0);
+      m_request.SetUserBuff(bytes);
       ASSERT_EQ(m_client->Send(m_request), 0);
       open.insert(m_request.GetAsynID());
     }
     while (!open.empty()) {
       ASSERT_EQ(m_client->Receive(m_response, static_cast<int>(kPatienceMs)), 1);
       EXPECT_EQ(open.erase(m_response.GetAsynID()), 1u);
-      size_t len = 0;
-      const char* const buffer = m_response.GetUserBuff(&len);
       const std::string expected = "bytes of " + std::to_string(m_response.GetSequence());
       const bool is_timed_out = m_response.GetResult() == ClientResponse::kResultTimeOut;
-      const bool is_there = len == expected.size() && std::string(buffer, len) == expected;
+      const bool is_there = m_response.GetUserBuff() == expected;
       // A time-out knows the bytes only when they stayed here.
       EXPECT_TRUE(is_there || (is_timed_out && !keep)) << m_response.GetSequence();
       with_bytes += is_there ? 1 : 0;
@@ -175,11 +173,11 @@ class LongAnswers : public AnswerFaults {
   // A list of so many elements under the key "list".
   void MakeList(size_t elements) {
     for (size_t done = 0; done < elements;) {
-      ASSERT_EQ(m_request.Init(OSTRAND_API_LIST_INSERT_REQ, kZone, "lists"), 0);
-      ASSERT_EQ(m_request.SetKey("id", "list"), 0);
+      m_request.Begin(OSTRAND_API_LIST_INSERT_REQ, "lists").Zone(kZone);
+      m_request.Key("id", "list");
       for (size_t i = 0; i < 100 && done < elements; ++i, ++done) {
-        ASSERT_EQ(m_request.AddRecord(), 0);
-        ASSERT_EQ(m_request.AddValue("text", "element " + std::to_string(done)), 0);
+        m_request.Element();
+        m_request.Set("text", "element " + std::to_string(done));
       }
       ASSERT_EQ(m_client->Call(m_request, m_response), 0);
       ASSERT_EQ(m_response.GetResult(), 0);
@@ -200,8 +198,8 @@ class LongAnswers : public AnswerFaults {
     MakeList(350);
   }
   void AskForList() {
-    ASSERT_EQ(m_request.Init(OSTRAND_API_LIST_GETALL_REQ, kZone, "lists"), 0);
-    ASSERT_EQ(m_request.SetKey("id", "list"), 0);
+    m_request.Begin(OSTRAND_API_LIST_GETALL_REQ, "lists").Zone(kZone);
+    m_request.Key("id", "list");
     ASSERT_EQ(m_client->Send(m_request), 0);
   }
   bool Receive() { return m_client->Receive(m_response, static_cast<int>(kPatienceMs)) == 1; }
@@ -253,8 +251,8 @@ TEST_F(LongAnswers, WithoutEndHoldUpNobodyAndTimeOutWhenTheyCease) {
     ASSERT_EQ(m_response.GetAsynID(), list_id);
     ASSERT_EQ(m_response.HaveMoreResPkgs(), 1);
   }
-  ASSERT_EQ(m_request.Init(OSTRAND_API_GET_REQ, kZone, kTable), 0);
-  ASSERT_EQ(m_request.SetKey("id", "nothing"), 0);
+  m_request.Begin(OSTRAND_API_GET_REQ, kTable).Zone(kZone);
+  m_request.Key("id", "nothing");
   ASSERT_EQ(m_client->Send(m_request), 0);
   do {
     ASSERT_TRUE(Receive());

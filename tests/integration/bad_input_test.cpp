@@ -21,9 +21,8 @@ bool HasText(int code) { return std::string(ErrorText(code)) != "unknown error" 
 
 struct BadRequest {
   const char* name;
-  // Builds the request; the code of what refuses it, of the last step or of Send.
-  int (*build)(ClientRequest& request);
-  int code;
+  void (*build)(ClientRequest& request);
+  int code;  // of Send
 };
 
 class BadRequests : public RuntimeTest, public testing::WithParamInterface<BadRequest> {};
@@ -31,10 +30,8 @@ class BadRequests : public RuntimeTest, public testing::WithParamInterface<BadRe
 TEST_P(BadRequests, AreRefusedWithACodeAndNothingIsSent) {
   StartFleet(2);
   StartClient();
-  int ret = GetParam().build(m_request);
-  if (ret == 0) {
-    ret = m_client->Send(m_request);
-  }
+  GetParam().build(m_request);
+  const int ret = m_client->Send(m_request);
   EXPECT_EQ(ret, GetParam().code) << ErrorText(ret);
   EXPECT_TRUE(HasText(ret));
   EXPECT_EQ(m_client->InFlight(), 0u);
@@ -43,123 +40,88 @@ TEST_P(BadRequests, AreRefusedWithACodeAndNothingIsSent) {
   EXPECT_EQ(m_fleet->Counters(0).table_requests + m_fleet->Counters(1).table_requests, 0u);
 }
 
-int Begin(ClientRequest& request, uint32_t cmd, const char* table = kTable) {
-  const int ret = request.Init(cmd, kZone, table);
-  return ret != 0 ? ret : request.SetKey("id", "1");
+ClientRequest& AddValues(ClientRequest& request, size_t count, size_t size) {
+  request.Replace(kTable).Key("id", 1);
+  for (size_t i = 0; i < count; ++i) {
+    request.Set("f" + std::to_string(i), std::string(size, 'v'));
+  }
+  return request;
 }
 
-int AddValues(ClientRequest& request, size_t count, size_t size) {
-  int ret = Begin(request, OSTRAND_API_REPLACE_REQ);
-  for (size_t i = 0; i < count && ret == 0; ++i) {
-    ret = request.AddValue("f" + std::to_string(i), std::string(size, 'v'));
-  }
-  return ret;
-}
+constexpr size_t kMaxValue = ostrand_protocol_cs::OSTRAND_MAX_RECORD_VALUE_LEN;
 
 INSTANTIATE_TEST_SUITE_P(
     Each, BadRequests,
     testing::Values(
-        BadRequest{"NeverBegun", [](ClientRequest&) { return 0; }, CLIENT_ERR_REQUEST},
-        BadRequest{"UnknownCommand", [](ClientRequest& r) { return r.Init(9999, kZone, kTable); },
+        BadRequest{"NeverBegun", [](ClientRequest&) {}, CLIENT_ERR_REQUEST},
+        BadRequest{"UnknownCommand", [](ClientRequest& r) { r.Begin(9999, kTable).Key("id", 1); },
                    OSTRAND_CODEC_ERR_COMMAND},
         BadRequest{"TheRoutersOwnCommand",
-                   [](ClientRequest& r) { return Begin(r, OSTRAND_API_APP_SIGNUP_REQ); },
+                   [](ClientRequest& r) { r.Begin(OSTRAND_API_APP_SIGNUP_REQ, kTable); },
                    CLIENT_ERR_REQUEST},
-        BadRequest{"AnAnswer", [](ClientRequest& r) { return Begin(r, OSTRAND_API_GET_RES); },
+        BadRequest{"AnAnswer", [](ClientRequest& r) { r.Begin(OSTRAND_API_GET_RES, kTable); },
                    CLIENT_ERR_REQUEST},
         BadRequest{"TableThatIsNotRegistered",
-                   [](ClientRequest& r) { return Begin(r, OSTRAND_API_GET_REQ, "unknown"); },
-                   CLIENT_ERR_TABLE},
-        BadRequest{"NoTable",
-                   [](ClientRequest& r) { return Begin(r, OSTRAND_API_GET_REQ, nullptr); },
-                   CLIENT_ERR_TABLE},
+                   [](ClientRequest& r) { r.Get("unknown").Key("id", 1); }, CLIENT_ERR_TABLE},
+        BadRequest{"NoTable", [](ClientRequest& r) { r.Get("").Key("id", 1); }, CLIENT_ERR_TABLE},
         BadRequest{"TableNameTooLong",
-                   [](ClientRequest& r) {
-                     return r.Init(OSTRAND_API_GET_REQ, kZone, std::string(32, 't').c_str());
-                   },
+                   [](ClientRequest& r) { r.Get(std::string(32, 't')).Key("id", 1); },
                    OSTRAND_CODEC_ERR_TABLE_NAME},
         BadRequest{"ZoneThatIsNotRegistered",
-                   [](ClientRequest& r) {
-                     const int ret = r.Init(OSTRAND_API_GET_REQ, 99, kTable);
-                     return ret != 0 ? ret : r.SetKey("id", "1");
-                   },
-                   CLIENT_ERR_TABLE},
-        BadRequest{"NoKey",
-                   [](ClientRequest& r) { return r.Init(OSTRAND_API_GET_REQ, kZone, kTable); },
-                   CLIENT_ERR_KEY},
-        BadRequest{"AKeyWithoutValue",
-                   [](ClientRequest& r) {
-                     const int ret = r.Init(OSTRAND_API_GET_REQ, kZone, kTable);
-                     return ret != 0 ? ret : r.SetKey("id", "");
-                   },
+                   [](ClientRequest& r) { r.Get(kTable).Zone(99).Key("id", 1); }, CLIENT_ERR_TABLE},
+        BadRequest{"NoKey", [](ClientRequest& r) { r.Get(kTable); }, CLIENT_ERR_KEY},
+        BadRequest{"AKeyWithoutValue", [](ClientRequest& r) { r.Get(kTable).Key("id", ""); },
                    CLIENT_ERR_KEY},
         BadRequest{"PartOfAKeyWithoutValue",
-                   [](ClientRequest& r) {
-                     const int ret = Begin(r, OSTRAND_API_GET_BY_PARTKEY_REQ);
-                     return ret != 0 ? ret : r.SetKey("day", "");
-                   },
+                   [](ClientRequest& r) { r.GetByPartKey(kTable).Key("id", 1).Key("day", ""); },
                    CLIENT_ERR_KEY},
-        BadRequest{"KeyWithoutName",
-                   [](ClientRequest& r) {
-                     const int ret = r.Init(OSTRAND_API_GET_REQ, kZone, kTable);
-                     return ret != 0 ? ret : r.SetKey("", "1");
-                   },
+        BadRequest{"ABatchWithARecordWithoutKey",
+                   [](ClientRequest& r) { r.BatchGet(kTable).Record().Key("id", 1).Record(); },
+                   CLIENT_ERR_KEY},
+        BadRequest{"ATimeToLiveWithoutKey", [](ClientRequest& r) { r.SetTTL(kTable).Record(1000); },
+                   CLIENT_ERR_KEY},
+        BadRequest{"AListWithoutKey", [](ClientRequest& r) { r.ListGet(kTable).Element(0); },
+                   CLIENT_ERR_KEY},
+        BadRequest{"KeyWithoutName", [](ClientRequest& r) { r.Get(kTable).Key("", 1); },
                    OSTRAND_CODEC_ERR_FIELD_NAME},
         BadRequest{"KeyTooLong",
-                   [](ClientRequest& r) {
-                     const int ret = r.Init(OSTRAND_API_GET_REQ, kZone, kTable);
-                     return ret != 0 ? ret : r.SetKey("id", std::string(1025, 'k'));
-                   },
+                   [](ClientRequest& r) { r.Get(kTable).Key("id", std::string(1025, 'k')); },
                    OSTRAND_CODEC_ERR_KEY_FIELD_LEN},
         BadRequest{"TooManyKeyFields",
                    [](ClientRequest& r) {
-                     int ret = r.Init(OSTRAND_API_GET_REQ, kZone, kTable);
-                     for (int i = 0; i < 9 && ret == 0; ++i) {
-                       ret = r.SetKey("k" + std::to_string(i), "1");
+                     r.Get(kTable);
+                     for (int i = 0; i < 9; ++i) {
+                       r.Key("k" + std::to_string(i), 1);
                      }
-                     return ret;
                    },
                    OSTRAND_CODEC_ERR_KEY_FIELD_NUM},
-        BadRequest{
-            "ValueTooLarge",
-            [](ClientRequest& r) { return AddValues(r, 1, OSTRAND_MAX_RECORD_VALUE_LEN + 1); },
-            OSTRAND_CODEC_ERR_VALUE_LEN},
-        BadRequest{
-            "RecordTooLarge",
-            [](ClientRequest& r) { return AddValues(r, 2, OSTRAND_MAX_RECORD_VALUE_LEN / 2 + 1); },
-            OSTRAND_CODEC_ERR_VALUE_LEN},
-        BadRequest{"TooManyValues", [](ClientRequest& r) { return AddValues(r, 129, 1); },
+        BadRequest{"ANumberThatIsTooLarge",
+                   [](ClientRequest& r) { r.Get(kTable).Key<int8_t>("id", 128); },
+                   RUNTIME_ERR_VALUE_RANGE},
+        BadRequest{"ValueTooLarge", [](ClientRequest& r) { AddValues(r, 1, kMaxValue + 1); },
+                   OSTRAND_CODEC_ERR_VALUE_LEN},
+        BadRequest{"RecordTooLarge", [](ClientRequest& r) { AddValues(r, 2, kMaxValue / 2 + 1); },
+                   OSTRAND_CODEC_ERR_VALUE_LEN},
+        BadRequest{"TooManyValues", [](ClientRequest& r) { AddValues(r, 129, 1); },
                    OSTRAND_CODEC_ERR_VALUE_FIELD_NUM},
         BadRequest{"RecordsTooLarge",
                    [](ClientRequest& r) {
-                     int ret = r.Init(OSTRAND_API_BATCH_INSERT_REQ, kZone, kTable);
-                     for (int i = 0; i < 9 && ret == 0; ++i) {
-                       ret = r.AddRecord();
-                       ret = ret != 0 ? ret : r.AddRecordKey("id", std::to_string(i));
-                       ret = ret != 0
-                                 ? ret
-                                 : r.AddValue("v", std::string(OSTRAND_MAX_RECORD_VALUE_LEN, 'v'));
+                     r.BatchInsert(kTable);
+                     for (int i = 0; i < 9; ++i) {
+                       r.Record().Key("id", i).Set("v", std::string(kMaxValue, 'v'));
                      }
-                     return ret;
                    },
                    OSTRAND_CODEC_ERR_RECORDS_LEN},
-        BadRequest{"ASecondRecord",
-                   [](ClientRequest& r) {
-                     const int ret = AddValues(r, 1, 1);
-                     return ret != 0 ? ret : r.AddRecord();
-                   },
+        BadRequest{"ASecondRecord", [](ClientRequest& r) { AddValues(r, 1, 1).Record(); },
                    RUNTIME_ERR_BODY_KIND},
-        BadRequest{"AValueTwice",
-                   [](ClientRequest& r) {
-                     const int ret = AddValues(r, 1, 1);
-                     return ret != 0 ? ret : r.AddValue("f0", "again");
-                   },
+        BadRequest{"AValueTwice", [](ClientRequest& r) { AddValues(r, 1, 1).Set("f0", "again"); },
                    RUNTIME_ERR_DUPLICATE_FIELD},
+        BadRequest{"AValueOfARead",
+                   [](ClientRequest& r) { r.Get(kTable).Key("id", 1).Set("v", 1); },
+                   RUNTIME_ERR_BODY_KIND},
         BadRequest{"UserBufferTooLong",
                    [](ClientRequest& r) {
-                     const int ret = Begin(r, OSTRAND_API_GET_REQ);
-                     const std::string bytes(1025, 'b');
-                     return ret != 0 ? ret : r.SetUserBuff(bytes.data(), bytes.size());
+                     r.Get(kTable).Key("id", 1).SetUserBuff(std::string(1025, 'b'));
                    },
                    OSTRAND_CODEC_ERR_USER_BUFF_LEN}),
     [](const testing::TestParamInfo<BadRequest>& test) { return test.param.name; });

@@ -26,7 +26,7 @@ TEST_P(BadOptions, AreRefusedByStart) {
   ASSERT_EQ(CheckOptions(options), nullptr);
   GetParam().spoil(options);
   const size_t threads = CountEntries("/proc/self/task");
-  Client client(options);
+  PollingClient client(options);
   EXPECT_EQ(client.Start(), CLIENT_ERR_OPTIONS);
   EXPECT_STREQ(client.OptionsError(), GetParam().error);
   EXPECT_EQ(CountEntries("/proc/self/task"), threads);

@@ -4,10 +4,11 @@
 #include <cstdio>
 #include <string>
 
-#include "client/client.h"
+#include "client/polling_client.h"
 #include "client/error_text.h"
 #include "fakes/allocation_faults.h"
 #include "fleet/fleet.h"
+#include "protocol/ostrand_api_cmds.h"
 
 namespace OstrandService {
 namespace {
@@ -20,17 +21,18 @@ constexpr int kRequests = 5000;
 constexpr size_t kInFlight = 64;
 
 // Sends so many requests, of which some are in flight at any time, and receives their outcomes.
-void DoRequests(Client& client, ClientRequest& request, ClientResponse& response) {
+void DoRequests(PollingClient& client, ClientRequest& request, ClientResponse& response) {
   char key[16];
   int sent = 0;
   for (int received = 0; received < kRequests; ++received) {
     for (; sent < kRequests && client.InFlight() < kInFlight; ++sent) {
-      request.Init(sent % 2 == 0 ? OSTRAND_API_REPLACE_REQ : OSTRAND_API_GET_REQ, kZone, kTable);
+      request.Begin(sent % 2 == 0 ? OSTRAND_API_REPLACE_REQ : OSTRAND_API_GET_REQ, kTable)
+          .Zone(kZone);
       std::snprintf(key, sizeof(key), "%d", sent / 2);
-      request.SetKey("id", key);
-      request.SetUserBuff("bytes", 5);
+      request.Key("id", key);
+      request.SetUserBuff("bytes");
       if (sent % 2 == 0) {
-        request.AddValue("name", "a value of some length, so that no small string holds it");
+        request.Set("name", "a value of some length, so that no small string holds it");
       }
       ASSERT_EQ(0, client.Send(request));
     }
@@ -54,7 +56,7 @@ TEST(ClientAllocations, NonePerRequestOnceWarm) {
   options.directory_urls = {fleet.DirectoryUrl()};
   options.tables = {{kTable, kZone, nullptr}};
   options.signature = "a signature";
-  Client client(options);
+  PollingClient client(options);
   ASSERT_EQ(0, client.Start());
   ASSERT_EQ(0, client.WaitReady(20000)) << client.StatusText();
 

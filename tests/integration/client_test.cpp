@@ -1,5 +1,5 @@
 // The client library against a fleet of its own over loopback.
-#include "client/client.h"
+#include "client/polling_client.h"
 
 #include <gtest/gtest.h>
 
@@ -9,6 +9,7 @@
 
 #include "client/error_text.h"
 #include "fleet/fleet.h"
+#include "protocol/ostrand_api_cmds.h"
 
 namespace OstrandService {
 namespace {
@@ -41,17 +42,17 @@ class ClientTest : public testing::Test {
   }
 
   void StartClient(const ClientOptions& options) {
-    m_client = std::make_unique<Client>(options);
+    m_client = std::make_unique<PollingClient>(options);
     ASSERT_EQ(m_client->Start(), 0);
     ASSERT_EQ(m_client->WaitReady(5000), 0) << m_client->StatusText();
   }
 
   // The result of one request with one value field.
   int32_t Do(uint32_t cmd, const std::string& key, const std::string& value = "") {
-    EXPECT_EQ(m_request.Init(cmd, kZone, kTable), 0);
-    EXPECT_EQ(m_request.SetKey("id", key), 0);
+    m_request.Begin(cmd, kTable).Zone(kZone);
+    m_request.Key("id", key);
     if (!value.empty()) {
-      EXPECT_EQ(m_request.AddValue("name", value), 0);
+      m_request.Set("name", value);
     }
     const int ret = m_client->Call(m_request, m_response);
     EXPECT_EQ(ret, 0) << ErrorText(ret);
@@ -64,7 +65,7 @@ class ClientTest : public testing::Test {
   }
 
   std::unique_ptr<OstrandFleet::Fleet> m_fleet;
-  std::unique_ptr<Client> m_client;
+  std::unique_ptr<PollingClient> m_client;
   ClientRequest m_request;
   ClientResponse m_response;
 };
@@ -92,12 +93,11 @@ TEST_F(ClientTest, KeepsManyRequestsInFlightAndGivesEachItsOutcome) {
   for (int i = 0; i < kRequests;) {
     while (i < kRequests && m_client->InFlight() < 256) {
       const std::string key = std::to_string(i / 2);
-      ASSERT_EQ(
-          m_request.Init(i % 2 == 0 ? OSTRAND_API_REPLACE_REQ : OSTRAND_API_GET_REQ, kZone, kTable),
-          0);
-      ASSERT_EQ(m_request.SetKey("id", key), 0);
+      m_request.Begin(i % 2 == 0 ? OSTRAND_API_REPLACE_REQ : OSTRAND_API_GET_REQ, kTable)
+          .Zone(kZone);
+      m_request.Key("id", key);
       if (i % 2 == 0) {
-        ASSERT_EQ(m_request.AddValue("name", "value of " + key), 0);
+        m_request.Set("name", "value of " + key);
       }
       ASSERT_EQ(m_client->Send(m_request), 0);
       expected[m_request.GetAsynID()] = i % 2 == 0 ? "" : "value of " + key;
@@ -136,14 +136,28 @@ TEST_F(ClientTest, TimesARequestOutWhoseAnswerNeverComes) {
 TEST_F(ClientTest, RefusesWhatCannotBeSentAndSendsNothing) {
   StartFleet(1);
   StartClient(Options());
-  ASSERT_EQ(m_request.Init(OSTRAND_API_GET_REQ, kZone, "unknown"), 0);
-  ASSERT_EQ(m_request.SetKey("id", "1"), 0);
+  m_request.Begin(OSTRAND_API_GET_REQ, "unknown").Zone(kZone);
+  m_request.Key("id", "1");
   EXPECT_EQ(m_client->Send(m_request), CLIENT_ERR_TABLE);
-  ASSERT_EQ(m_request.Init(OSTRAND_API_GET_REQ, kZone, kTable), 0);
+  m_request.Begin(OSTRAND_API_GET_REQ, kTable).Zone(kZone);
   EXPECT_EQ(m_client->Send(m_request), CLIENT_ERR_KEY);
-  ASSERT_EQ(m_request.Init(OSTRAND_API_HEART_BEAT_REQ, kZone, kTable), 0);
+  m_request.Begin(OSTRAND_API_HEART_BEAT_REQ, kTable).Zone(kZone);
   EXPECT_EQ(m_client->Send(m_request), CLIENT_ERR_REQUEST);
   EXPECT_EQ(m_client->InFlight(), 0u);
+}
+
+TEST_F(ClientTest, ATableInSeveralZonesNeedsItsZone) {
+  StartFleet(1);
+  ClientOptions options = Options();
+  options.zones = {kZone, kZone + 1};
+  options.tables = {
+      {kTable, kZone, nullptr}, {kTable, kZone + 1, nullptr}, {"one", kZone, nullptr}};
+  Client client(options);
+  ASSERT_EQ(client.Start(), 0);
+  EXPECT_EQ(client.Send(Get(kTable).Key("id", 1)), CLIENT_ERR_TABLE);
+  EXPECT_NE(client.Send(Get(kTable).Zone(kZone + 1).Key("id", 1)), CLIENT_ERR_TABLE);
+  EXPECT_NE(client.Send(Get("one").Key("id", 1)), CLIENT_ERR_TABLE);
+  EXPECT_EQ(client.Send(Get("one").Zone(kZone + 1).Key("id", 1)), CLIENT_ERR_TABLE);
 }
 
 TEST_F(ClientTest, FollowsARouteThatChangesUnderLoadWithoutAWrongAnswer) {
@@ -171,8 +185,8 @@ TEST_F(ClientTest, StopTimesOutWhatIsInFlight) {
   m_fleet->SetFaults(0, faults);
   m_fleet->SetFaults(1, faults);
   for (int i = 0; i < 10; ++i) {
-    ASSERT_EQ(m_request.Init(OSTRAND_API_GET_REQ, kZone, kTable), 0);
-    ASSERT_EQ(m_request.SetKey("id", std::to_string(i)), 0);
+    m_request.Begin(OSTRAND_API_GET_REQ, kTable).Zone(kZone);
+    m_request.Key("id", std::to_string(i));
     ASSERT_EQ(m_client->Send(m_request), 0);
   }
   int outcomes = 0;
@@ -180,7 +194,7 @@ TEST_F(ClientTest, StopTimesOutWhatIsInFlight) {
                            [&](ClientResponse& response) {
                              ++outcomes;
                              EXPECT_EQ(response.GetResult(), ClientResponse::kResultTimeOut);
-                             EXPECT_STREQ(response.GetTableName(nullptr), kTable);
+                             EXPECT_STREQ(response.GetTableName(), kTable);
                            }),
             10u);
   EXPECT_EQ(outcomes, 10);

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "client/error_text.h"
+#include "client/runtime_errors.h"
 #include "integration/integration_kit.h"
 #include "protocol/ostrand_protocol_cs.h"
 
@@ -29,26 +30,24 @@ class Commands : public RuntimeTest {
   }
 
   void Begin(uint32_t cmd, const Fields& key = {}, const char* table = kTable) {
-    ASSERT_EQ(m_request.Init(cmd, kZone, table), 0);
+    m_request.Begin(cmd, table).Zone(kZone);
     for (const auto& [name, value] : key) {
-      ASSERT_EQ(m_request.SetKey(name, value), 0);
+      m_request.Key(name, value);
     }
   }
   void AddRecord(const Fields& key, const Fields& values) {
-    ASSERT_EQ(m_request.AddRecord(), 0);
+    m_request.Record();
     for (const auto& [name, value] : key) {
-      ASSERT_EQ(m_request.AddRecordKey(name, value), 0);
+      m_request.Key(name, value);
     }
     for (const auto& [name, value] : values) {
-      ASSERT_EQ(m_request.AddValue(name, value), 0);
+      m_request.Set(name, value);
     }
   }
   void AddElement(int32_t index, const std::string& text) {
-    RecordMark mark;
-    mark.index = index;
-    ASSERT_EQ(m_request.AddRecord(mark), 0);
+    m_request.Element(index);
     if (!text.empty()) {
-      ASSERT_EQ(m_request.AddValue("text", text), 0);
+      m_request.Set("text", text);
     }
   }
   // The result of the request that was begun.
@@ -81,26 +80,26 @@ using Texts = std::vector<std::string>;
 
 TEST_F(Commands, OnOneRecord) {
   Begin(OSTRAND_API_INSERT_REQ, {{"id", "1"}});
-  ASSERT_EQ(m_request.AddValue("name", "Ada"), 0);
-  ASSERT_EQ(m_request.AddValue("city", "London"), 0);
+  m_request.Set("name", "Ada");
+  m_request.Set("city", "London");
   EXPECT_EQ(Finish(), 0) << ErrorText(Finish());
   Begin(OSTRAND_API_INSERT_REQ, {{"id", "1"}});
   EXPECT_EQ(Finish(), -1293);
   Begin(OSTRAND_API_UPDATE_REQ, {{"id", "1"}});
-  ASSERT_EQ(m_request.AddValue("city", "Paris"), 0);
+  m_request.Set("city", "Paris");
   EXPECT_EQ(Finish(), 0);
   Begin(OSTRAND_API_GET_REQ, {{"id", "1"}});
   EXPECT_EQ(Finish(), 0);
   EXPECT_EQ(AllRecords(), Texts{"0/-1:Ada;Paris;"});
   Begin(OSTRAND_API_GET_REQ, {{"id", "1"}});
-  ASSERT_EQ(m_request.AddValue("city", ""), 0);
+  m_request.Field("city");
   EXPECT_EQ(Finish(), 0);
   EXPECT_EQ(AllRecords(), Texts{"0/-1:Paris;"});
   Begin(OSTRAND_API_REPLACE_REQ, {{"id", "1"}});
-  m_request.SetRecordVersion(1);
+  m_request.Expect(1);
   EXPECT_EQ(Finish(), -9485) << "it has version 2 by now";
   Begin(OSTRAND_API_REPLACE_REQ, {{"id", "1"}});
-  ASSERT_EQ(m_request.AddValue("name", "Grace"), 0);
+  m_request.Set("name", "Grace");
   EXPECT_EQ(Finish(), 0);
   Begin(OSTRAND_API_DELETE_REQ, {{"id", "1"}});
   EXPECT_EQ(Finish(), 0);
@@ -192,22 +191,26 @@ TEST_F(Commands, TimesToLive) {
   }
   Begin(OSTRAND_API_SET_TTL_REQ);
   for (const char* id : {"1", "2", "3"}) {
-    ASSERT_EQ(m_request.AddTTL(id[0] == '1' ? 3600000 : -1), 0);
-    ASSERT_EQ(m_request.AddTTLKey("id", id), 0);
+    m_request.Record(id[0] == '1' ? 3600000 : -1);
+    m_request.Key("id", id);
   }
   EXPECT_EQ(Finish(), 0);
   ASSERT_EQ(m_response.GetTTLCount(), 3u);
-  EXPECT_EQ(m_response.GetTTL(2)->iResult, -7949);
+  OstrandService::RecordTTL ttl;
+  ASSERT_TRUE(m_response.GetTTL(2, ttl));
+  EXPECT_EQ(ttl.result, -7949);
   Begin(OSTRAND_API_GET_TTL_REQ);
   for (const char* id : {"1", "2"}) {
-    ASSERT_EQ(m_request.AddTTL(0), 0);
-    ASSERT_EQ(m_request.AddTTLKey("id", id), 0);
+    m_request.Record();
+    m_request.Key("id", id);
   }
   EXPECT_EQ(Finish(), 0);
   ASSERT_EQ(m_response.GetTTLCount(), 2u);
-  EXPECT_GT(m_response.GetTTL(0)->llTTLMs, 3500000);
-  EXPECT_LE(m_response.GetTTL(0)->llTTLMs, 3600000);
-  EXPECT_LT(m_response.GetTTL(1)->llTTLMs, 0);
+  ASSERT_TRUE(m_response.GetTTL(0, ttl));
+  EXPECT_GT(ttl.ttl_ms, 3500000);
+  EXPECT_LE(ttl.ttl_ms, 3600000);
+  ASSERT_TRUE(m_response.GetTTL(1, ttl));
+  EXPECT_LT(ttl.ttl_ms, 0);
 }
 
 TEST_F(Commands, MetadataOfATableWithoutFields) {
@@ -215,8 +218,9 @@ TEST_F(Commands, MetadataOfATableWithoutFields) {
   ASSERT_EQ(Finish(), 0);
   Begin(OSTRAND_API_METADATA_GET_REQ);
   EXPECT_EQ(Finish(), 0);
-  ASSERT_NE(m_response.GetMetadata(), nullptr);
-  EXPECT_EQ(m_response.GetMetadata()->iIdlConLen, 0);
+  OstrandService::TableMetadata metadata;
+  ASSERT_TRUE(m_response.GetMetadata(metadata));
+  EXPECT_EQ(metadata.image, "");
 }
 
 TEST_F(Commands, WhoseBodiesAreNotDefinedAreRefused) {
@@ -259,12 +263,29 @@ TEST_F(Schemas, ThatAgreePass) {
   const VexMeta schema = Schema(32);
   StartWithSchema(schema, &schema);
   EXPECT_EQ(m_client->WaitReady(static_cast<int>(kPatienceMs)), 0);
-  ASSERT_EQ(m_request.Init(OSTRAND_API_METADATA_GET_REQ, kZone, kTable), 0);
+  m_request.Begin(OSTRAND_API_METADATA_GET_REQ, kTable).Zone(kZone);
   ASSERT_EQ(m_client->Call(m_request, m_response), 0);
   EXPECT_EQ(m_response.GetResult(), 0);
-  ASSERT_NE(m_response.GetMetadata(), nullptr);
-  EXPECT_EQ(m_response.GetMetadata()->iVexMetaCurrentVersion, 3);
-  EXPECT_GT(m_response.GetMetadata()->iIdlConLen, 0);
+  OstrandService::TableMetadata metadata;
+  ASSERT_TRUE(m_response.GetMetadata(metadata));
+  EXPECT_EQ(metadata.version, 3);
+  EXPECT_FALSE(metadata.image.empty());
+}
+
+TEST_F(Schemas, DecideTheWidthOfIntegers) {
+  const VexMeta schema = Schema(32);
+  StartWithSchema(schema, &schema);
+  ASSERT_EQ(m_client->WaitReady(static_cast<int>(kPatienceMs)), 0);
+  ASSERT_EQ(m_client->Call(m_request.Insert(kTable).Key("uid", 42).Set("name", "Ada"), m_response),
+            0);
+  EXPECT_EQ(m_response.GetResult(), 0) << "the store takes 4 bytes alone";
+  ASSERT_EQ(m_client->Call(m_request.Get(kTable).Key<uint32_t>("uid", 42), m_response), 0);
+  EXPECT_EQ(m_response.GetResult(), 0);
+  EXPECT_EQ(m_client->Send(m_request.Get(kTable).Key("uid", -1)),
+            OstrandService::RUNTIME_ERR_VALUE_RANGE);
+  EXPECT_EQ(m_request.FaultText().find("\"uid\""), 0u) << m_request.FaultText();
+  EXPECT_EQ(m_client->Send(m_request.Get(kTable).Key<int64_t>("uid", 42)),
+            OstrandService::RUNTIME_ERR_FIELD_TYPE);
 }
 
 TEST_F(Schemas, ThatDifferAreToldWithACode) {

@@ -77,8 +77,8 @@ TEST_F(Floods, OfAnswersToOtherCommandsAreNoOutcome) {
   StartAll(1);
   SetFaults(0, [](ProxyFaults& faults) { faults.delay_ms = 100; });
   const uint64_t dropped = Dropped();
-  ASSERT_EQ(m_request.Init(OSTRAND_API_GET_REQ, kZone, kTable), 0);
-  ASSERT_EQ(m_request.SetKey("id", "nothing"), 0);
+  m_request.Begin(OSTRAND_API_GET_REQ, kTable).Zone(kZone);
+  m_request.Key("id", "nothing");
   ASSERT_EQ(m_client->Send(m_request), 0);
   const uint64_t asyn_id = m_request.GetAsynID();
   m_fleet->SendBytes(0, Repeat(Frame(OSTRAND_API_DELETE_RES,
@@ -118,10 +118,9 @@ TEST_F(Floods, OfAHundredThousandTimeOutsAreOneOutcomeEach) {
   options.check_heartbeat_ms = 100 * 3600 * 1000;
   StartClient(options);
   SetFaultsOfAll([](ProxyFaults& faults) { faults.silent = true; });
-  ASSERT_EQ(m_request.Init(OSTRAND_API_GET_REQ, kZone, kTable), 0);
   uint64_t first_id = 0;
   for (size_t i = 0; i < kMany; ++i) {
-    ASSERT_EQ(m_request.SetKey("id", std::to_string(i % 100)), 0);
+    m_request.Get(kTable).Key("id", static_cast<int>(i % 100));
     ASSERT_EQ(m_client->Send(m_request), 0);
     first_id = i == 0 ? m_request.GetAsynID() : first_id;
   }

@@ -134,7 +134,7 @@ void RuntimeTest::StartClient(const ClientOptions& options, Workload::Store stor
 }
 
 void RuntimeTest::StartClientUnready(const ClientOptions& options) {
-  m_client = std::make_unique<Client>(options);
+  m_client = std::make_unique<PollingClient>(options);
   ASSERT_EQ(m_client->Start(), 0);
 }
 
@@ -160,10 +160,10 @@ void RuntimeTest::RemoveFaults() {
 }
 
 int32_t RuntimeTest::Do(uint32_t cmd, const std::string& key, const std::string& value) {
-  EXPECT_EQ(m_request.Init(cmd, kZone, kTable), 0);
-  EXPECT_EQ(m_request.SetKey("id", key), 0);
+  m_request.Begin(cmd, kTable).Zone(kZone);
+  m_request.Key("id", key);
   if (!value.empty()) {
-    EXPECT_EQ(m_request.AddValue("name", value), 0);
+    m_request.Set("name", value);
   }
   m_request.SetTimeout(m_call_timeout_ms);
   const int ret = m_client->Call(m_request, m_response);

@@ -12,12 +12,13 @@
 #include <memory>
 #include <string>
 
-#include "client/client.h"
+#include "client/polling_client.h"
 #include "fakes/recording_logger.h"
 #include "fleet/fleet.h"
 #include "integration/fleet_process.h"
 #include "integration/warped_clock.h"
 #include "integration/workload.h"
+#include "protocol/ostrand_protocol_cs.h"
 
 namespace OstrandTests {
 
@@ -69,7 +70,7 @@ class RuntimeTest : public testing::Test {
   OstrandFakes::RecordingLogger m_logger;
   std::unique_ptr<OstrandFleet::Fleet> m_fleet;
   std::unique_ptr<FleetProcess> m_process;
-  std::unique_ptr<OstrandService::Client> m_client;
+  std::unique_ptr<OstrandService::PollingClient> m_client;
   std::unique_ptr<Workload> m_work;
   OstrandService::ClientRequest m_request;
   OstrandService::ClientResponse m_response;

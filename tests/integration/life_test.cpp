@@ -24,7 +24,7 @@ namespace OstrandTests {
 namespace {
 
 using namespace ostrand_protocol_cs;  // NOLINT: commands
-using OstrandService::Client;
+using OstrandService::PollingClient;
 using OstrandService::CLIENT_ERR_NOT_STARTED;
 
 class Life : public RuntimeTest {
@@ -42,12 +42,12 @@ TEST_F(Life, AThousandStartsAndStops) {
   auto options = Options();
   options.update_interval_ms = 1;
   for (int i = 0; i < OstrandFakes::Rounds(1000); ++i) {
-    Client client(options);
+    PollingClient client(options);
     ASSERT_EQ(client.Start(), 0) << i;
     if (i % 50 == 0) {
       ASSERT_EQ(client.WaitReady(static_cast<int>(kPatienceMs)), 0);
-      ASSERT_EQ(m_request.Init(OSTRAND_API_REPLACE_REQ, kZone, kTable), 0);
-      ASSERT_EQ(m_request.SetKey("id", "1"), 0);
+      m_request.Begin(OSTRAND_API_REPLACE_REQ, kTable).Zone(kZone);
+      m_request.Key("id", "1");
       ASSERT_EQ(client.Call(m_request, m_response), 0);
       ASSERT_EQ(m_response.GetResult(), 0);
     } else if (i % 5 == 0) {
@@ -87,7 +87,7 @@ TEST_F(Life, StopsBeforeItIsReady) {
   };
   for (const auto fault : kFaults) {
     SetFaultsOfAll(fault);
-    Client client(Options());
+    PollingClient client(Options());
     ASSERT_EQ(client.Start(), 0);
     EXPECT_NE(client.WaitReady(50), 0);
     EXPECT_EQ(client.Stop(0), 0u);
@@ -108,7 +108,7 @@ TEST_F(Life, IsDestroyedWithRequestsInFlight) {
 TEST_F(Life, TwoClientsInOneProcessDoNotMeet) {
   StartFleet(2);
   StartClient();
-  auto second = std::make_unique<Client>(Options());
+  auto second = std::make_unique<PollingClient>(Options());
   ASSERT_EQ(second->Start(), 0);
   ASSERT_EQ(second->WaitReady(static_cast<int>(kPatienceMs)), 0);
   ASSERT_TRUE(m_work->Run(200));
@@ -129,8 +129,8 @@ TEST_F(Life, AZoneWhoseProxiesAreGoneLeavesTheOtherAlone) {
   options.tables.push_back({"other", kZone + 1, nullptr});
   StartClient(options);
   const auto get_other = [&] {
-    EXPECT_EQ(m_request.Init(OSTRAND_API_GET_REQ, kZone + 1, "other"), 0);
-    EXPECT_EQ(m_request.SetKey("id", "1"), 0);
+    m_request.Begin(OSTRAND_API_GET_REQ, "other").Zone(kZone + 1);
+    m_request.Key("id", "1");
     m_request.SetTimeout(1000);
     const int ret = m_client->Call(m_request, m_response);
     return ret != 0 ? ret : m_response.GetResult();
@@ -171,7 +171,7 @@ TEST_F(Life, WithoutDescriptorsStartAnswersACode) {
   m_client->Stop(0);
   {
     const DescriptorsUsedUp used_up;
-    Client client(options);
+    PollingClient client(options);
     EXPECT_EQ(client.Start(), OstrandService::ROUTER_ERR_FAILED);
     EXPECT_EQ(client.WaitReady(0), CLIENT_ERR_NOT_STARTED);
   }

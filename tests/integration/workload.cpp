@@ -29,7 +29,7 @@ uint64_t Workload::Tally::Refused() const {
   return sum;
 }
 
-Workload::Workload(Client& client, Store store)
+Workload::Workload(PollingClient& client, Store store)
     : m_client(client), m_store(store), m_records(kRecords) {}
 
 std::string Workload::KeyOf(size_t record) { return "key " + std::to_string(record); }
@@ -54,15 +54,14 @@ int Workload::SendOne() {
     return CLIENT_ERR_TOO_MANY;
   }
   Record& record = m_records[number];
-  EXPECT_EQ(m_request.Init(is_write ? OSTRAND_API_REPLACE_REQ : OSTRAND_API_GET_REQ, kZone, kTable),
-            0);
-  EXPECT_EQ(m_request.SetKey("id", KeyOf(number)), 0);
+  m_request.Begin(is_write ? OSTRAND_API_REPLACE_REQ : OSTRAND_API_GET_REQ, kTable).Zone(kZone);
+  m_request.Key("id", KeyOf(number));
   m_request.SetTimeout(m_timeout_ms);
   std::string value;
   if (is_write) {
     value = KeyOf(number) + " write " + std::to_string(++record.writes);
     value.resize(std::max(value.size(), m_value_size), '.');
-    EXPECT_EQ(m_request.AddValue("name", value), 0);
+    m_request.Set("name", value);
   }
   const int ret = m_client.Send(m_request);
   if (ret != 0) {

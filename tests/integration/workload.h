@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "client/client.h"
+#include "client/polling_client.h"
 
 namespace OstrandTests {
 
@@ -41,7 +41,7 @@ class Workload {
     uint64_t Refused() const;
   };
 
-  explicit Workload(OstrandService::Client& client, Store store = Store::kShared);
+  explicit Workload(OstrandService::PollingClient& client, Store store = Store::kShared);
 
   void SetTimeout(int32_t ms) { m_timeout_ms = ms; }
   // Bytes of each value, at least.
@@ -86,7 +86,7 @@ class Workload {
   bool PickNext(size_t& record, bool& is_write);
   void BookRead(Record& record, size_t number, OstrandService::ClientResponse& response);
 
-  OstrandService::Client& m_client;
+  OstrandService::PollingClient& m_client;
   const Store m_store;
   OstrandService::ClientRequest m_request;
   OstrandService::ClientResponse m_response;

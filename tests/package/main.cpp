@@ -1,8 +1,9 @@
 // Writes a record and reads it back, over a fleet of its own: whoever links it has a library that
 // works. Exit status 0 when the record came back.
 #include <cstdio>
+#include <string_view>
 
-#include "client/client.h"
+#include "client/polling_client.h"
 #include "client/error_text.h"
 #include "fleet/fleet.h"
 
@@ -22,7 +23,28 @@ int main() {
   options.directory_urls = {fleet.DirectoryUrl()};
   options.tables = {{"user", 1, nullptr}};
   options.signature = "signature";
-  OstrandService::Client client(options);
+  OstrandService::PollingClient client(options);
+  int ret = client.Start();
+  ret = ret == 0 ? client.WaitReady(5000) : ret;
+
+  OstrandService::ClientResponse response;
+  ret = ret == 0
+            ? client.Call(OstrandService::Insert("user").Key("id", 42).Set("name", "Ada"), response)
+            : ret;
+  ret = ret == 0 ? client.Call(OstrandService::Get("user").Key("id", 42), response) : ret;
+  std::string_view name;
+  if (ret != 0 || response.Get("name", name) != 0 || name != "Ada") {
+    std::fprintf(stderr, "no fleet: %s\n", fleet.Error().c_str());
+    return 1;
+  }
+
+  OstrandService::ClientOptions options;
+  options.app_id = 1;
+  options.zones = {1};
+  options.directory_urls = {fleet.DirectoryUrl()};
+  options.tables = {{"user", 1, nullptr}};
+  options.signature = "signature";
+  OstrandService::PollingClient client(options);
   int ret = client.Start();
   ret = ret == 0 ? client.WaitReady(5000) : ret;
 

@@ -27,7 +27,10 @@
 #include "client/client_response.h"
 #include "client/judge.h"
 #include "client/latency_data_table.h"
-#include "client/package_views.h"
+#include "client/package_table_name.h"
+#include "client/request_form.h"
+#include "client/router_request.h"
+#include "client/router_response.h"
 #include "client/statistic_mgr.h"
 #include "fakes/router_fixture.h"
 #include "fakes/sanitizers.h"
@@ -177,7 +180,9 @@ class RequestsModelTest : public testing::TestWithParam<Life>, public RouterFixt
       BuildRequest();
     }
     sent.async_id = ++last_async_id;
-    request.SetAsynID(sent.async_id);
+    built.SetAsynID(sent.async_id);
+    request.Load(built.Head(), built.Bytes());
+    request.SetTableSubscript(0);
 
     RequestsModel::Circumstances circumstances;
     circumstances.now_ms = clock.Ms();
@@ -201,16 +206,16 @@ class RequestsModelTest : public testing::TestWithParam<Life>, public RouterFixt
     sent.user.assign(kUserLens[OneIn(4) ? Random(std::size(kUserLens)) : Random(6)],
                      static_cast<char>(random()));
     too_large = sent.cmd == OSTRAND_API_INSERT_REQ && OneIn(100);
-    ASSERT_EQ(0, request.Init(sent.cmd, kZoneId, kTable));
-    request.SetSequence(sent.seq);
-    request.SetTimeout(sent.timeout_ms);
-    request.SetTableSubscript(0);
-    request.SetUserBuff(sent.user.data(), sent.user.size());
+    built.Begin(sent.cmd, kTable).Zone(kZoneId).SetSequence(sent.seq).SetTimeout(sent.timeout_ms);
+    built.SetUserBuff(sent.user);
     const uint64_t key = random();
-    request.SetKey("id", reinterpret_cast<const char*>(&key), sizeof(key));
-    if (too_large) {
-      ASSERT_EQ(0, request.AddValue("value", std::string(kPackBufferSize, 'v')));
+    if (KeyPlaceOf(sent.cmd) == KeyPlace::kHead) {
+      built.Key("id", key);
     }
+    if (too_large) {
+      built.Set("value", std::string(kPackBufferSize, 'v'));
+    }
+    ASSERT_EQ(0, built.Fault()) << built.FaultText();
   }
 
   // What reached a connector reaches its proxy.
@@ -298,6 +303,17 @@ class RequestsModelTest : public testing::TestWithParam<Life>, public RouterFixt
     }
   }
 
+  // Of the package that is an answer; null for commands without records.
+  OStrandRecords* RecordsOf(uint32_t cmd) {
+    switch (BodyKindOfCmd(cmd)) {
+      case BodyKind::kRecord:
+      case BodyKind::kRecords: return &pkg->stBody.stRecords;
+      case BodyKind::kListGetAllRes: return &pkg->stBody.stListGetAllRes.stRecords;
+      case BodyKind::kGetByPartKeyRes: return &pkg->stBody.stGetByPartKeyRes.stRecords;
+      default: return nullptr;
+    }
+  }
+
   // Any proxy may bring it.
   void Put(Answer& answer, const std::string& perf) {
     OStrandPkgHead& head = pkg->stHead;
@@ -319,7 +335,7 @@ class RequestsModelTest : public testing::TestWithParam<Life>, public RouterFixt
     } else if (answer.cmd == OSTRAND_API_LIST_GETALL_RES) {
       pkg->stBody.stListGetAllRes.bHasMorePkgs = answer.more ? 1 : 0;
     }
-    if (OStrandRecords* const records = RecordsOf(*pkg)) {
+    if (OStrandRecords* const records = RecordsOf(answer.cmd)) {
       answer.value = std::to_string(++last_value);
       RecordWriter writer(*records);
       ASSERT_EQ(0, writer.BeginRecord());
@@ -342,7 +358,11 @@ class RequestsModelTest : public testing::TestWithParam<Life>, public RouterFixt
 
   // False: nothing came.
   bool Receive() {
-    const int32_t ret = router->RecvResponse(&response, nullptr);
+    received.SetTarget(&response);
+    const int32_t ret = router->RecvResponse(&received, nullptr);
+    if (ret == 1) {
+      received.HandOver();
+    }
     Delivery expected;
     const bool delivers =
         model.Receive(clock.Ms(), IsLocal(), lanes, ret == 1 ? response.GetAsynID() : 0, expected);
@@ -361,12 +381,14 @@ class RequestsModelTest : public testing::TestWithParam<Life>, public RouterFixt
   }
 
   Delivery Got() {
-    size_t len = 0;
-    const char* const user = response.GetUserBuff(&len);
     FieldView value;
     response.GetValue("value", value);
-    return {response.GetAsynID(),    response.GetSequence(),          response.GetCmd(),
-            response.GetResult(),    response.HaveMoreResPkgs() == 1, std::string(user, len),
+    return {response.GetAsynID(),
+            response.GetSequence(),
+            response.GetCmd(),
+            response.GetResult(),
+            received.HaveMoreResPkgs() == 1,
+            std::string(response.GetUserBuff()),
             std::string(value.value)};
   }
 
@@ -434,11 +456,13 @@ class RequestsModelTest : public testing::TestWithParam<Life>, public RouterFixt
   tagTableQos qos{};
   std::vector<Proxy> proxies;
   std::vector<Lane> lanes;  // one a proxy
-  ClientRequest request;
+  ClientRequest built;
+  RouterRequest request;
   RequestsModel::Request sent;
   bool too_large = false;
   bool pinned = false;  // to the third proxy
   ClientResponse response;
+  RouterResponse received;
   std::unique_ptr<OStrandPkg> pkg = NewOStrandPkg();  // the proxies'
   std::string frame_buffer = std::string(8192, '\0');
   std::vector<Received> unanswered;

@@ -15,7 +15,7 @@ namespace {
 // Opens a connection that waits only a moment; the sentence that the user gets.
 std::string SentenceOf(Connection connection, int expected_status, int32_t wait_ms = 200) {
   connection.wait_ms = wait_ms;
-  std::unique_ptr<OstrandService::Client> client;
+  std::unique_ptr<OstrandService::PollingClient> client;
   testing::internal::CaptureStderr();
   EXPECT_EQ(connection.Open(client), expected_status);
   EXPECT_EQ(client == nullptr, expected_status != kExitSuccess);
@@ -47,7 +47,7 @@ TEST(ConnectionTest, OpensAClientThatCanSend) {
   ASSERT_EQ(fleet.Start(), 0);
   Connection connection;
   connection.directory_urls = {fleet.DirectoryUrl()};
-  std::unique_ptr<OstrandService::Client> client;
+  std::unique_ptr<OstrandService::PollingClient> client;
   EXPECT_EQ(connection.Open(client), kExitSuccess);
   EXPECT_NE(client, nullptr);
 }

@@ -10,6 +10,8 @@
 #include <vector>
 
 #include "cli/demo_data.h"
+#include "client/router_request.h"
+#include "client/router_response.h"
 #include "protocol/ostrand_api_cmds.h"
 
 namespace OstrandCli {
@@ -71,7 +73,7 @@ class DemoLoadTest : public testing::Test {
     } else {
       EXPECT_EQ(request.GetCmd(), static_cast<uint32_t>(OSTRAND_API_UPDATE_REQ));
     }
-    RecordReader reader(*request.GetRecords());
+    RecordReader reader = request.Records();
     RecordView view;
     ASSERT_TRUE(reader.Next(view));
     FieldReader values = view.values;
@@ -82,17 +84,21 @@ class DemoLoadTest : public testing::Test {
 
   void MakeAnswer(bool is_read) {
     ClientRequest answer;
-    ASSERT_EQ(answer.Init(OSTRAND_API_REPLACE_REQ, kDemoZone, kDemoTable), 0);
+    answer.Replace(kDemoTable);
     if (is_read) {
       for (const auto& [name, value] : store[key]) {
-        ASSERT_EQ(answer.AddValue(name, value), 0);
+        answer.Set(name, value);
       }
     }
-    answer.GetPkg()->stHead.dwCmd = request.GetCmd() + 1;
+    OstrandService::RouterRequest routed;
+    ASSERT_EQ(routed.Load(answer.Head(), answer.Bytes()), 0);
+    routed.GetPkg()->stHead.dwCmd = request.GetCmd() + 1;
     std::string frame(4096, '\0');
     size_t len = frame.size();
-    ASSERT_EQ(answer.Pack(frame.data(), len), 0);
-    ASSERT_EQ(response.Unpack(frame.data(), len), 0);
+    ASSERT_EQ(routed.Pack(frame.data(), len), 0);
+    received.SetTarget(&response);
+    ASSERT_EQ(received.Unpack(frame.data(), len), 0);
+    received.HandOver();
   }
 
   void AnswerAll() {
@@ -108,6 +114,7 @@ class DemoLoadTest : public testing::Test {
   const std::vector<PackageRecord> records = Records();
   DemoLoad load{records, 1};
   ClientRequest request;
+  OstrandService::RouterResponse received;
   ClientResponse response;
   uint64_t tag = 0;
   std::string key;

@@ -35,10 +35,10 @@ class Once final : public RequestSource {
     }
     tag = next++;
     most_in_flight = std::max(most_in_flight, next - outcomes.size());
-    EXPECT_EQ(request.Init(m_cmd, kZone, table.c_str()), 0);
-    EXPECT_EQ(request.SetKey("key", KeyOfNumber(tag)), 0);
+    request.Begin(m_cmd, table.c_str()).Zone(kZone);
+    request.Key("key", KeyOfNumber(tag));
     if (m_cmd != ostrand_protocol_cs::OSTRAND_API_GET_REQ) {
-      EXPECT_EQ(request.AddValue("value", "of " + KeyOfNumber(tag)), 0);
+      request.Set("value", "of " + KeyOfNumber(tag));
     }
     return true;
   }
@@ -90,7 +90,7 @@ class LoadGeneratorTest : public testing::Test {
     client_options.signature = "s";
     client_options.default_timeout_ms = 200;
     client_options.logger = &logger;
-    client = std::make_unique<OstrandService::Client>(client_options);
+    client = std::make_unique<OstrandService::PollingClient>(client_options);
     ASSERT_EQ(client->Start(), 0);
     ASSERT_EQ(client->WaitReady(10000), 0);
     // Every proxy has its share only when all have signed up.
@@ -118,7 +118,7 @@ class LoadGeneratorTest : public testing::Test {
 
   OstrandService::StderrLogger logger{OstrandCommon::OSTRAND_LOG_LEVEL_FATAL};
   std::unique_ptr<OstrandFleet::Fleet> fleet;
-  std::unique_ptr<OstrandService::Client> client;
+  std::unique_ptr<OstrandService::PollingClient> client;
   std::unique_ptr<LoadGenerator> generator;
 };
 

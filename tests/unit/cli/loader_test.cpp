@@ -55,7 +55,7 @@ class LoaderTest : public testing::Test {
   // One run, with what it writes to standard error kept.
   LoadEnd Load() {
     m_loader = std::make_unique<Loader>(m_connection, m_options);
-    std::unique_ptr<OstrandService::Client> client;
+    std::unique_ptr<OstrandService::PollingClient> client;
     testing::internal::CaptureStderr();
     LoadEnd end = LoadEnd::kFileError;
     if (m_loader->Prepare() && m_connection.Open(client) == 0 && m_loader->Begin()) {

@@ -4,14 +4,14 @@
 #include <optional>
 #include <string>
 
-#include "client/client.h"
+#include "client/polling_client.h"
 #include "fakes/allocation_faults.h"
 #include "service_api/ostrand_router.h"
 
 namespace OstrandService {
 namespace {
 
-void ExpectUseless(Client& client) {
+void ExpectUseless(PollingClient& client) {
   ClientRequest request;
   ClientResponse response;
   EXPECT_EQ(client.Start(), ROUTER_ERR_ALLOCATION);
@@ -45,7 +45,7 @@ TEST(ClientMemory, AnswersWithACodeWhicheverAllocationOfItsConstructionFails) {
   int failures = 0;
   for (bool struck = true; struck; failures += struck ? 1 : 0) {
     SCOPED_TRACE(failures + 1);
-    std::optional<Client> client;
+    std::optional<PollingClient> client;
     {
       OstrandFakes::AllocationFaults faults;
       faults.FailThrowing(failures + 1);

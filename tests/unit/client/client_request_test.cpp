@@ -1,628 +1,401 @@
+// Requests are built field by field; what is built is compared with what the codec reads from the
+// frame that leaves, and, for a few, with golden bytes.
 #include "client/client_request.h"
 
 #include <gtest/gtest.h>
 
-#include <cstring>
-#include <fstream>
-#include <initializer_list>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "client/router_request.h"
 #include "client/runtime_errors.h"
 #include "fakes/allocation_faults.h"
 #include "protocol/codec.h"
 #include "service_api/ostrand_router.h"
-#include "service_api/routing_context.h"
 
 namespace OstrandService {
 namespace {
 
-using namespace ostrand_protocol_cs;  // NOLINT: the whole file is about it
+using namespace ostrand_protocol_cs;  // NOLINT: what a frame is made of
+using OstrandFakes::AllocationFaults;
 
-constexpr int32_t kZone = 3;
-
-std::string Packed(ClientRequest& request, int* ret = nullptr) {
-  std::string frame(1 << 20, '\0');
+std::string FrameOf(const ClientRequest& request) {
+  RouterRequest routed;
+  EXPECT_EQ(0, routed.Load(request.Head(), request.Bytes()));
+  std::string frame(OSTRAND_MAX_REQ_FRAME_LEN, '\0');
   size_t len = frame.size();
-  const int packed = request.Pack(frame.data(), len);
-  if (ret != nullptr) {
-    *ret = packed;
-  } else {
-    EXPECT_EQ(0, packed);
-  }
-  frame.resize(packed == 0 ? len : 0);
+  EXPECT_EQ(0, routed.Pack(frame.data(), len));
+  frame.resize(len);
   return frame;
 }
 
 // What the other side reads.
-std::unique_ptr<OStrandPkg> Unpacked(const std::string& frame) {
+std::unique_ptr<OStrandPkg> ReadBack(const ClientRequest& request) {
+  EXPECT_EQ(0, request.Fault()) << request.FaultText();
+  const std::string frame = FrameOf(request);
   auto pkg = NewOStrandPkg();
   EXPECT_EQ(0, UnpackWholeCsPkgMaybeDecompress(*pkg, nullptr, 0, frame.data(), frame.size(),
                                                nullptr, nullptr, 0));
   return pkg;
 }
 
-std::string UserBuffOf(const OStrandPkg& pkg) {
-  return {pkg.stHead.szUserBuff, pkg.stHead.dwUserBuffLen};
+std::string KeysOf(const OStrandKeySet& keys) {
+  std::string text;
+  for (uint32_t i = 0; i < keys.dwFieldNum; ++i) {
+    const OStrandKeyField& field = keys.astFields[i];
+    text += std::string(field.szFieldName) + "=" + std::string(field.szFieldBuff, field.dwFieldLen);
+    text += ";";
+  }
+  return text;
 }
 
-TEST(ClientRequest, IsEmptyAfterInit) {
-  ClientRequest request;
-  ASSERT_EQ(0, request.Init(OSTRAND_API_GET_REQ, kZone, "player"));
-  size_t len = 99;
-  EXPECT_STREQ("player", request.GetTableName(&len));
-  EXPECT_EQ(6U, len);
-  EXPECT_EQ(kZone, request.GetZoneId());
-  EXPECT_EQ(7U, request.GetCmd());
-  EXPECT_EQ(0U, request.GetSubCmd());
-  EXPECT_EQ(-1, request.GetTableSubscript());
-  EXPECT_EQ(0, request.GetSequence());
-  EXPECT_EQ(0U, request.GetAsynID());
-  EXPECT_EQ(0, request.timeout_ms);
-  EXPECT_EQ(0U, request.net_size);
-  EXPECT_NE(nullptr, request.GetUserBuff(&len));
-  EXPECT_EQ(0U, len);
-  EXPECT_EQ(0U, request.GetKeyCount());
-  EXPECT_EQ(0U, request.GetRecordCount());
-  EXPECT_NE(nullptr, request.GetPkg());
+std::string FieldsOf(FieldReader fields) {
+  std::string text;
+  for (FieldView field; fields.Next(field);) {
+    text += std::string(field.name) + "=" + std::string(field.value) + ";";
+  }
+  return text;
 }
 
-TEST(ClientRequest, InitLeavesNothingOfTheOldRequest) {
-  ClientRequest request;
-  ASSERT_EQ(0, request.Init(OSTRAND_API_INSERT_REQ, kZone, "player"));
-  request.SetAppId(7);
-  request.SetAsynID(8);
-  request.SetSequence(9);
-  request.SetTimeout(10);
-  request.SetTableSubscript(11);
-  request.SetMetaVersion(12);
-  request.SetRecordVersion(13);
-  request.SetUserBuff("user", 4);
-  request.SetPerfTest("perf", 4);
-  request.SetKey("id", "42");
-  request.AddValue("level", "1");
-  request.net_size = 14;
-  ASSERT_EQ(0, request.Init(OSTRAND_API_GET_REQ, 5, nullptr));
-
-  ClientRequest fresh;
-  ASSERT_EQ(0, fresh.Init(OSTRAND_API_GET_REQ, 5, nullptr));
-  EXPECT_EQ(Packed(fresh), Packed(request));
-  EXPECT_EQ(0, request.timeout_ms);
-  EXPECT_EQ(0U, request.net_size);
-  EXPECT_EQ(-1, request.GetTableSubscript());
-  size_t len = 99;
-  request.GetUserBuff(&len);
-  EXPECT_EQ(0U, len);
-
-  ASSERT_EQ(0, request.Init(OSTRAND_API_INSERT_REQ, kZone, "player"));
-  ASSERT_EQ(0, request.AddValue("level", "1"));
-  ASSERT_EQ(0, request.Init(OSTRAND_API_BATCH_INSERT_REQ, kZone, "player"));
-  EXPECT_EQ(RUNTIME_ERR_NO_RECORD, request.AddValue("level", "1")) << "of the old request";
+// "index/version keys|values" of each record.
+std::vector<std::string> RecordsIn(const OStrandPkg& pkg) {
+  std::vector<std::string> all;
+  RecordReader reader(pkg.stBody.stRecords);
+  for (RecordView record; reader.Next(record);) {
+    all.push_back(std::to_string(record.mark.index) + "/" + std::to_string(record.mark.version) +
+                  " " + FieldsOf(record.keys) + "|" + FieldsOf(record.values));
+  }
+  return all;
 }
 
-TEST(ClientRequest, TellsNoTableNameFromAnEmptyOne) {
-  ClientRequest request;
-  size_t len = 99;
-  ASSERT_EQ(0, request.Init(OSTRAND_API_GET_REQ, kZone, nullptr));
-  EXPECT_EQ(nullptr, request.GetTableName(&len));
-  EXPECT_EQ(0U, len);
-  ASSERT_EQ(0, request.Init(OSTRAND_API_GET_REQ, kZone, ""));
-  len = 99;
-  EXPECT_STREQ("", request.GetTableName(&len));
-  EXPECT_EQ(0U, len);
-  ASSERT_EQ(0, request.Init(OSTRAND_API_GET_REQ, kZone, std::string(31, 't').c_str()));
-  EXPECT_EQ(std::string(31, 't'), request.GetTableName(nullptr));
-}
+using Texts = std::vector<std::string>;
 
-TEST(ClientRequest, ARefusedInitChangesNothing) {
-  ClientRequest request;
-  ASSERT_EQ(0, request.Init(OSTRAND_API_INSERT_REQ, kZone, "player"));
-  request.AddValue("level", "1");
-  const std::string before = Packed(request);
-  EXPECT_EQ(OSTRAND_CODEC_ERR_COMMAND, request.Init(999, kZone, "guild"));
-  EXPECT_EQ(OSTRAND_CODEC_ERR_COMMAND, request.Init(0, kZone, "guild"));
-  EXPECT_EQ(OSTRAND_CODEC_ERR_TABLE_NAME,
-            request.Init(OSTRAND_API_GET_REQ, kZone, std::string(32, 't').c_str()));
-  EXPECT_EQ(before, Packed(request));
-  EXPECT_EQ(0, request.AddValue("name", "2")) << "the record is still the current one";
-}
-
-TEST(ClientRequest, PutsEverythingIntoItsPackage) {
-  ClientRequest request;
-  ASSERT_EQ(0, request.Init(OSTRAND_API_UPDATE_REQ, kZone, "player"));
-  request.SetAppId(7);
-  request.SetAsynID(UINT64_MAX);
-  request.SetSequence(-110);
-  request.SetMetaVersion(12);
-  request.SetRecordVersion(13);
-  ASSERT_EQ(0, request.SetUserBuff("user", 4));
-  ASSERT_EQ(0, request.SetKey("id", "42"));
-  ASSERT_EQ(0, request.SetKey("region", "eu\0x", 4));
-  ASSERT_EQ(0, request.AddValue("level", "1"));
-  ASSERT_EQ(0, request.AddValue("name", ""));
-  EXPECT_EQ(UINT64_MAX, request.GetAsynID());
-  EXPECT_EQ(-110, request.GetSequence());
-
-  const auto pkg = Unpacked(Packed(request));
+TEST(ClientRequest, OneRecordHasItsKeyInTheHead) {
+  const auto pkg = ReadBack(Insert("player")
+                                .Zone(3)
+                                .Key("id", "42")
+                                .Set("name", "Ada")
+                                .Set("empty", "")
+                                .Key("region", std::string("eu"))
+                                .SetSequence(-110)
+                                .SetUserBuff("user")
+                                .Expect(13));
   const OStrandPkgHead& head = pkg->stHead;
-  EXPECT_EQ(5U, head.dwCmd);
-  EXPECT_EQ(7, head.stRouterInfo.iAppID);
-  EXPECT_EQ(kZone, head.stRouterInfo.iZoneID);
+  EXPECT_EQ(1U, head.dwCmd);
+  EXPECT_EQ(3, head.stRouterInfo.iZoneID);
   EXPECT_STREQ("player", head.stRouterInfo.szTableName);
-  EXPECT_EQ(UINT64_MAX, head.ullAsynID);
   EXPECT_EQ(-110, head.iSeq);
-  EXPECT_EQ(12, head.iVexMetaVersion);
-  EXPECT_EQ("user", UserBuffOf(*pkg));
-  ASSERT_EQ(2U, head.stKeyInfo.dwFieldNum);
+  EXPECT_EQ("user", std::string(head.szUserBuff, head.dwUserBuffLen));
   EXPECT_EQ(13, head.stKeyInfo.iVersion);
-  EXPECT_STREQ("region", head.stKeyInfo.astFields[1].szFieldName);
-  EXPECT_EQ(4U, head.stKeyInfo.astFields[1].dwFieldLen);
-  RecordReader reader(pkg->stBody.stRecords);
-  RecordView record;
-  ASSERT_TRUE(reader.Next(record));
-  EXPECT_EQ(-1, record.mark.index);
-  EXPECT_EQ(0U, record.keys.left());
-  FieldView field;
-  ASSERT_TRUE(record.FindValue("level", field));
-  EXPECT_EQ("1", field.value);
-  ASSERT_TRUE(record.FindValue("name", field));
-  EXPECT_EQ("", field.value);
-  EXPECT_FALSE(reader.Next(record));
+  EXPECT_EQ("id=42;region=eu;", KeysOf(head.stKeyInfo));
+  EXPECT_EQ(Texts{"-1/-1 |name=Ada;empty=;"}, RecordsIn(*pkg));
 }
 
-TEST(ClientRequest, AKeyFieldSetAgainGetsTheNewValue) {
-  ClientRequest request;
-  ASSERT_EQ(0, request.Init(OSTRAND_API_GET_REQ, kZone, "player"));
-  ASSERT_EQ(0, request.SetKey("id", "a longer value"));
-  ASSERT_EQ(0, request.SetKey("region", "eu"));
-  ASSERT_EQ(0, request.SetKey("id", "7"));
-  EXPECT_EQ(2U, request.GetKeyCount());
-  FieldView field;
-  ASSERT_TRUE(request.GetKey("id", field));
-  EXPECT_EQ("id", field.name);
-  EXPECT_EQ("7", field.value);
-  EXPECT_FALSE(request.GetKey("i", field));
-  EXPECT_FALSE(request.GetKey("id2", field));
+// The frame of the protocol page's example, but for what the client adds when it sends.
+TEST(ClientRequest, AGetHasTheBytesThatTheProtocolPageShows) {
+  ClientRequest request = Get("t").Zone(3).Key("id", "A").SetSequence(1).SetUserBuff(
+      std::string_view("\xDE\xAD\xBE\xEF", 4));
+  request.SetAsynID(42);
+  RouterRequest routed;
+  ASSERT_EQ(0, routed.Load(request.Head(), request.Bytes()));
+  routed.SetAppId(7);
+  routed.SetMetaVersion(9);
+  char frame[256];
+  size_t len = sizeof(frame);
+  ASSERT_EQ(0, routed.Pack(frame, len));
+  const char kGolden[] =
+      "\x4F\x54\x00\x7F\x00\x00\x00\x64\x00\x00\x00\x08\x00\x00\x00\x00\x00\x00\x00\x2A"
+      "\x00\x00\x00\x01\x00\x00\x00\x07\x00\x00\x00\x00\x00\x00\x00\x07\x00\x00\x00\x03"
+      "\x00\x00\x00\x00\x00\x00\x00\x02\x74\x00\x00\x00\x00\x04\xDE\xAD\xBE\xEF"
+      "\xFF\xFF\xFF\xFF\x00\x00\x00\x01\x00\x00\x00\x03\x69\x64\x00\x00\x00\x00\x01\x41"
+      "\x00\x00\x00\x09\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00"
+      "\x00\x00\x00\x00\x00\x00\x00\x00";
+  EXPECT_EQ(std::string(kGolden, sizeof(kGolden) - 1), std::string(frame, len));
 }
 
-TEST(ClientRequest, KeyFieldsAreFoundAfterTheRouterSortedThem) {
-  ClientRequest request;
-  ASSERT_EQ(0, request.Init(OSTRAND_API_GET_REQ, kZone, "player"));
-  request.SetKey("a", "1");
-  request.SetKey("b", "2");
-  std::swap(request.GetPkg()->stHead.stKeyInfo.astFields[0],
-            request.GetPkg()->stHead.stKeyInfo.astFields[1]);
-  request.SetKey("a", "3");
-  FieldView field;
-  ASSERT_TRUE(request.GetKey("a", field));
-  EXPECT_EQ("3", field.value);
-  ASSERT_TRUE(request.GetKey("b", field));
-  EXPECT_EQ("2", field.value);
-  EXPECT_EQ(2U, request.GetKeyCount());
-}
-
-struct RefusedField {
-  std::string name;
-  size_t value_len;
-  int code;
-};
-
-TEST(ClientRequest, RefusesKeyFieldsThatDoNotFit) {
-  const RefusedField cases[] = {
-      {"", 1, OSTRAND_CODEC_ERR_FIELD_NAME},
-      {std::string(32, 'n'), 1, OSTRAND_CODEC_ERR_FIELD_NAME},
-      {std::string("a\0b", 3), 1, OSTRAND_CODEC_ERR_FIELD_NAME},
-      {"id", 1025, OSTRAND_CODEC_ERR_KEY_FIELD_LEN},
-      {"id", 1024, 0},
-      {std::string(31, 'n'), 0, 0},
+TEST(ClientRequest, EachOperationIsItsCommand) {
+  const std::pair<ClientRequest, uint32_t> operations[] = {
+      {Get("t"), 7},           {Insert("t"), 1},         {Replace("t"), 3},
+      {Update("t"), 5},        {Delete("t"), 9},         {BatchGet("t"), 23},
+      {BatchInsert("t"), 145}, {BatchReplace("t"), 147}, {BatchUpdate("t"), 149},
+      {BatchDelete("t"), 151}, {GetByPartKey("t"), 25},  {DeleteByPartKey("t"), 65},
+      {ListGetAll("t"), 11},   {ListGet("t"), 15},       {ListInsert("t"), 17},
+      {ListUpdate("t"), 21},   {ListDelete("t"), 13},    {ListDeleteAll("t"), 19},
+      {SetTTL("t"), 89},       {GetTTL("t"), 91},        {GetMetadata("t"), 27},
   };
-  for (const RefusedField& c : cases) {
-    ClientRequest request;
-    ASSERT_EQ(0, request.Init(OSTRAND_API_GET_REQ, kZone, "player"));
-    EXPECT_EQ(c.code, request.SetKey(c.name, std::string(c.value_len, 'v'))) << c.name;
-    EXPECT_EQ(c.code == 0 ? 1U : 0U, request.GetKeyCount());
-    int ret = -1;
-    Packed(request, &ret);
-    EXPECT_EQ(0, ret);
+  for (const auto& [request, cmd] : operations) {
+    EXPECT_EQ(cmd, request.GetCmd());
+    EXPECT_EQ(cmd, ReadBack(request)->stHead.dwCmd);
+    EXPECT_EQ(0U, request.GetRecordCount());
+    EXPECT_EQ(kZoneNotGiven, request.GetZoneId());
   }
-  ClientRequest request;
-  ASSERT_EQ(0, request.Init(OSTRAND_API_GET_REQ, kZone, "player"));
-  for (int i = 0; i < 8; ++i) {
-    ASSERT_EQ(0, request.SetKey("k" + std::to_string(i), "v"));
-  }
-  EXPECT_EQ(OSTRAND_CODEC_ERR_KEY_FIELD_NUM, request.SetKey("k8", "v"));
-  EXPECT_EQ(0, request.SetKey("k7", "other"));
-  EXPECT_EQ(8U, request.GetKeyCount());
 }
 
-TEST(ClientRequest, RefusesASecondValueOfOneName) {
-  ClientRequest request;
-  ASSERT_EQ(0, request.Init(OSTRAND_API_INSERT_REQ, kZone, "player"));
-  ASSERT_EQ(0, request.AddValue("level", "1"));
-  ASSERT_EQ(0, request.AddValue("name", "x"));
-  EXPECT_EQ(RUNTIME_ERR_DUPLICATE_FIELD, request.AddValue("level", "2"));
-  FieldView field;
-  ASSERT_TRUE(request.GetValue("level", field));
-  EXPECT_EQ("1", field.value);
-  EXPECT_FALSE(request.GetValue("nothing", field));
-  EXPECT_EQ(1U, request.GetRecordCount());
-}
-
-TEST(ClientRequest, RefusesValuesThatDoNotFit) {
-  ClientRequest request;
-  ASSERT_EQ(0, request.Init(OSTRAND_API_INSERT_REQ, kZone, "player"));
-  EXPECT_EQ(OSTRAND_CODEC_ERR_FIELD_NAME, request.AddValue("", "1"));
-  EXPECT_EQ(OSTRAND_CODEC_ERR_VALUE_LEN, request.AddValue("large", std::string(1048577, 'v')));
-  EXPECT_EQ(0, request.AddValue("large", std::string(1048576, 'v')));
-  EXPECT_EQ(OSTRAND_CODEC_ERR_VALUE_LEN, request.AddValue("more", "v"));
-}
-
-TEST(ClientRequest, HasOneRecordWhereTheCommandIsAboutOne) {
-  ClientRequest request;
-  ASSERT_EQ(0, request.Init(OSTRAND_API_REPLACE_REQ, kZone, "player"));
-  EXPECT_EQ(0, request.AddRecord());
-  EXPECT_EQ(RUNTIME_ERR_BODY_KIND, request.AddRecord());
-  EXPECT_EQ(0, request.AddValue("level", "1"));
-}
-
-TEST(ClientRequest, HasNoRecordsWhereTheCommandHasNone) {
-  for (const uint32_t cmd : {27U, 29U, 53U, 89U, 91U, 4225U}) {
-    ClientRequest request;
-    ASSERT_EQ(0, request.Init(cmd, kZone, "player"));
-    EXPECT_EQ(RUNTIME_ERR_BODY_KIND, request.AddRecord()) << cmd;
-    EXPECT_EQ(RUNTIME_ERR_NO_RECORD, request.AddRecordKey("id", "1")) << cmd;
-    EXPECT_EQ(RUNTIME_ERR_NO_RECORD, request.AddValue("level", "1")) << cmd;
-    EXPECT_EQ(nullptr, request.GetRecords()) << cmd;
-    FieldView field;
-    EXPECT_FALSE(request.GetValue("level", field)) << cmd;
-  }
+TEST(ClientRequest, AReadNamesWhatItWants) {
+  const auto pkg = ReadBack(Get("t").Key("id", "1").Field("name").Field("city"));
+  EXPECT_EQ(Texts{"-1/-1 |name=;city=;"}, RecordsIn(*pkg));
+  EXPECT_EQ(Texts{}, RecordsIn(*ReadBack(Get("t").Key("id", "1"))));
+  EXPECT_EQ(Texts{"-1/-1 |name=;"},
+            RecordsIn(*ReadBack(GetByPartKey("t").Key("id", "1").Field("name"))));
 }
 
 TEST(ClientRequest, ABatchHasRecordsWithKeysAndPlaces) {
-  ClientRequest request;
-  ASSERT_EQ(0, request.Init(OSTRAND_API_BATCH_INSERT_REQ, kZone, "player"));
-  EXPECT_EQ(RUNTIME_ERR_NO_RECORD, request.AddRecordKey("id", "1"));
-  EXPECT_EQ(RUNTIME_ERR_NO_RECORD, request.AddValue("level", "1"));
-  for (int i = 0; i < 3; ++i) {
-    ASSERT_EQ(0, request.AddRecord());
-    ASSERT_EQ(0, request.AddRecordKey("id", std::to_string(i)));
-    ASSERT_EQ(0, request.AddRecordKey("region", "eu"));
-    EXPECT_EQ(RUNTIME_ERR_DUPLICATE_FIELD, request.AddRecordKey("id", "x"));
-    ASSERT_EQ(0, request.AddValue("level", std::to_string(10 * i)));
-    ASSERT_EQ(0, request.AddValue("name", "n"));
-    EXPECT_EQ(RUNTIME_ERR_DUPLICATE_FIELD, request.AddValue("level", "x"));
-    EXPECT_EQ(OSTRAND_CODEC_ERR_RECORD_ORDER, request.AddRecordKey("late", "x"));
-  }
-  EXPECT_EQ(3U, request.GetRecordCount());
-
-  const auto pkg = Unpacked(Packed(request));
-  RecordReader reader(pkg->stBody.stRecords);
-  RecordView record;
-  for (int i = 0; i < 3; ++i) {
-    ASSERT_TRUE(reader.Next(record));
-    EXPECT_EQ(i, record.mark.index);
-    EXPECT_EQ(-1, record.mark.version);
-    FieldView field;
-    ASSERT_TRUE(record.FindKey("id", field));
-    EXPECT_EQ(std::to_string(i), field.value);
-    ASSERT_TRUE(record.FindValue("level", field));
-    EXPECT_EQ(std::to_string(10 * i), field.value);
-  }
-  EXPECT_FALSE(reader.Next(record));
+  const auto pkg = ReadBack(BatchUpdate("t")
+                                .Record()
+                                .Key("id", "1")
+                                .Set("level", "7")
+                                .Key("region", "eu")  // after a value, before it on the wire
+                                .Record()
+                                .Key("id", "2")
+                                .Expect(5)
+                                .Set("level", "8"));
+  EXPECT_EQ("", KeysOf(pkg->stHead.stKeyInfo));
+  EXPECT_EQ((Texts{"0/-1 id=1;region=eu;|level=7;", "1/5 id=2;|level=8;"}), RecordsIn(*pkg));
 }
 
-TEST(ClientRequest, ListElementsAreMarkedByTheirIndex) {
-  ClientRequest request;
-  ASSERT_EQ(0, request.Init(OSTRAND_API_LIST_GET_REQ, kZone, "mail"));
-  request.SetKey("id", "42");
-  RecordMark mark;
-  mark.index = 17;
-  mark.version = 3;
-  ASSERT_EQ(0, request.AddRecord(mark));
-  ASSERT_EQ(0, request.AddRecord());
-  RecordReader reader(*request.GetRecords());
-  RecordView record;
-  ASSERT_TRUE(reader.Next(record));
-  EXPECT_EQ(17, record.mark.index);
-  EXPECT_EQ(3, record.mark.version);
-  ASSERT_TRUE(reader.Next(record));
-  EXPECT_EQ(-1, record.mark.index);
+TEST(ClientRequest, ListElementsHaveTheirIndex) {
+  const auto pkg = ReadBack(
+      ListInsert("mail").Key("id", "1").Element().Set("text", "a").Element(4).Set("text", "b"));
+  EXPECT_EQ("id=1;", KeysOf(pkg->stHead.stKeyInfo));
+  EXPECT_EQ((Texts{"-1/-1 |text=a;", "4/-1 |text=b;"}), RecordsIn(*pkg));
+  EXPECT_EQ((Texts{"2/-1 |", "3/-1 |"}),
+            RecordsIn(*ReadBack(ListDelete("mail").Key("id", "1").Element(2).Element(3))));
 }
 
-TEST(ClientRequest, ClearedRecordsMakeRoomForTheNext) {
-  ClientRequest request;
-  ASSERT_EQ(0, request.Init(OSTRAND_API_INSERT_REQ, kZone, "player"));
-  request.SetKey("id", "1");
-  request.AddValue("level", "1");
-  request.ClearRecords();
-  EXPECT_EQ(0U, request.GetRecordCount());
-  EXPECT_EQ(1U, request.GetKeyCount()) << "the key stays";
-  EXPECT_EQ(0, request.AddValue("level", "2"));
-  FieldView field;
-  ASSERT_TRUE(request.GetValue("level", field));
-  EXPECT_EQ("2", field.value);
-}
-
-TEST(ClientRequest, TTLEntriesHaveKeysAndTimes) {
-  ClientRequest request;
-  ASSERT_EQ(0, request.Init(OSTRAND_API_SET_TTL_REQ, kZone, "player"));
-  EXPECT_EQ(RUNTIME_ERR_NO_RECORD, request.AddTTLKey("id", "1"));
-  ASSERT_EQ(0, request.AddTTL(60000));
-  ASSERT_EQ(0, request.AddTTLKey("id", "1"));
-  ASSERT_EQ(0, request.AddTTLKey("region", "eu"));
-  ASSERT_EQ(0, request.AddTTL(-1));
-  ASSERT_EQ(0, request.AddTTLKey("id", "2"));
-  EXPECT_EQ(2U, request.GetTTLCount());
-  const auto pkg = Unpacked(Packed(request));
-  const OStrandSetTTLReq& body = pkg->stBody.stSetTTLReq;
+TEST(ClientRequest, TimesToLiveHaveTheirKeys) {
+  const auto set = ReadBack(SetTTL("t")
+                                .Record(60000)
+                                .Key("id", "1")
+                                .Key("region", "eu")
+                                .Expect(3)
+                                .Record(-1)
+                                .Key("id", "2"));
+  const OStrandSetTTLReq& body = set->stBody.stSetTTLReq;
   ASSERT_EQ(2U, body.dwRecordNum);
   EXPECT_EQ(60000, body.allTTLMs[0]);
   EXPECT_EQ(-1, body.allTTLMs[1]);
-  EXPECT_EQ(2U, body.astKeyInfo[0].dwFieldNum);
-  EXPECT_EQ(-1, body.astKeyInfo[0].iVersion);
-  EXPECT_EQ('2', body.astKeyInfo[1].astFields[0].szFieldBuff[0]);
+  EXPECT_EQ(3, body.astKeyInfo[0].iVersion);
+  EXPECT_EQ("id=1;region=eu;", KeysOf(body.astKeyInfo[0]));
+  EXPECT_EQ("id=2;", KeysOf(body.astKeyInfo[1]));
+  const auto get = ReadBack(GetTTL("t").Record().Key("id", "1").Record().Key("id", "2"));
+  ASSERT_EQ(2U, get->stBody.stGetTTLReq.dwRecordNum);
+  EXPECT_EQ("id=2;", KeysOf(get->stBody.stGetTTLReq.astKeyInfo[1]));
 }
 
-TEST(ClientRequest, GetTTLEntriesHaveKeysAlone) {
+TEST(ClientRequest, UserBytesMayBeSetAnywhereAndAgain) {
   ClientRequest request;
-  ASSERT_EQ(0, request.Init(OSTRAND_API_GET_TTL_REQ, kZone, "player"));
-  for (int i = 0; i < 1024; ++i) {
-    ASSERT_EQ(0, request.AddTTL(0));
-    ASSERT_EQ(0, request.AddTTLKey("id", std::to_string(i)));
+  request.Insert("t").Key("id", "1").Set("v", "x").SetUserBuff("first, and long").SetUserBuff("u");
+  const auto pkg = ReadBack(request);
+  EXPECT_EQ("u", std::string(pkg->stHead.szUserBuff, pkg->stHead.dwUserBuffLen));
+  EXPECT_EQ("id=1;", KeysOf(pkg->stHead.stKeyInfo));
+  EXPECT_EQ(Texts{"-1/-1 |v=x;"}, RecordsIn(*pkg));
+  EXPECT_EQ("u", request.GetUserBuff());
+}
+
+TEST(ClientRequest, AnIntegerHas64BitsUnlessItsWidthIsNamed) {
+  ClientRequest request;
+  request.Insert("t")
+      .Key("int", 1)
+      .Key("short", static_cast<short>(-1))
+      .Key("unsigned", 3U)
+      .Key<int32_t>("named", 42)
+      .Set("long", 4L)
+      .Set("long long", -5LL)
+      .Set("unsigned long long", 6ULL)
+      .Set("unsigned char", static_cast<unsigned char>(200))
+      .Set<uint8_t>("byte", 255)
+      .Set("float", 0.5F)
+      .Set("double", -2.0);
+  ASSERT_EQ(0, request.Fault()) << request.FaultText();
+  FieldView field;
+  const auto key = [&](const char* name) {
+    EXPECT_TRUE(request.GetKey(name, field)) << name;
+    return field.value;
+  };
+  const auto value = [&](const char* name) {
+    EXPECT_TRUE(request.GetValue(name, field)) << name;
+    return field.value;
+  };
+  EXPECT_EQ(std::string_view("\0\0\0\0\0\0\0\1", 8), key("int"));
+  EXPECT_EQ(std::string_view("\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF", 8), key("short"));
+  EXPECT_EQ(std::string_view("\0\0\0\0\0\0\0\3", 8), key("unsigned"));
+  EXPECT_EQ(std::string_view("\0\0\0\x2A", 4), key("named"));
+  EXPECT_EQ(std::string_view("\0\0\0\0\0\0\0\4", 8), value("long"));
+  EXPECT_EQ(std::string_view("\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFB", 8), value("long long"));
+  EXPECT_EQ(std::string_view("\0\0\0\0\0\0\0\6", 8), value("unsigned long long"));
+  EXPECT_EQ(std::string_view("\0\0\0\0\0\0\0\xC8", 8), value("unsigned char"));
+  EXPECT_EQ(std::string_view("\xFF", 1), value("byte"));
+  EXPECT_EQ(std::string_view("\x3F\0\0\0", 4), value("float"));
+  EXPECT_EQ(std::string_view("\xC0\0\0\0\0\0\0\0", 8), value("double"));
+}
+
+struct Faulty {
+  const char* what;
+  ClientRequest request;
+  int code;
+  const char* field;
+};
+
+TEST(ClientRequest, KeepsItsFirstFaultAndSaysWhichField) {
+  const std::string long_name(32, 'n');
+  const std::string large(1048577, 'v');
+  ClientRequest many_keys = Get("t");
+  ClientRequest many_values = Insert("t").Key("id", 1);
+  ClientRequest many_entries = GetTTL("t");
+  ClientRequest many_bytes = BatchInsert("t");
+  for (int i = 0; i < 9; ++i) {
+    many_keys.Key("k" + std::to_string(i), i);
+    many_bytes.Record().Set("v", std::string(1048576, 'v'));
   }
-  EXPECT_EQ(OSTRAND_CODEC_ERR_RECORD_NUM, request.AddTTL(0));
-  EXPECT_EQ(1024U, request.GetTTLCount());
-  EXPECT_EQ(1024U, Unpacked(Packed(request))->stBody.stGetTTLReq.dwRecordNum);
-  request.ClearRecords();
-  EXPECT_EQ(0U, request.GetTTLCount());
-  EXPECT_EQ(RUNTIME_ERR_NO_RECORD, request.AddTTLKey("id", "1"));
-
-  ASSERT_EQ(0, request.Init(OSTRAND_API_GET_REQ, kZone, "player"));
-  EXPECT_EQ(RUNTIME_ERR_BODY_KIND, request.AddTTL(0));
-  EXPECT_EQ(0U, request.GetTTLCount());
+  for (int i = 0; i < 129; ++i) {
+    many_values.Set("v" + std::to_string(i), i);
+  }
+  for (int i = 0; i < 1025; ++i) {
+    many_entries.Record().Key("id", i);
+  }
+  const Faulty faulty[] = {
+      {"no command", ClientRequest().Begin(9999, "t"), OSTRAND_CODEC_ERR_COMMAND, ""},
+      {"long table", Get(long_name), OSTRAND_CODEC_ERR_TABLE_NAME, "nnn"},
+      {"no name", Get("t").Key("", 1), OSTRAND_CODEC_ERR_FIELD_NAME, ""},
+      {"long name", Insert("t").Set(long_name, 1), OSTRAND_CODEC_ERR_FIELD_NAME, "nnn"},
+      {"NUL", Get("t").Key(std::string("a\0b", 3), 1), OSTRAND_CODEC_ERR_FIELD_NAME, "a"},
+      {"long key", Get("t").Key("id", std::string(1025, 'k')), OSTRAND_CODEC_ERR_KEY_FIELD_LEN,
+       "id"},
+      {"keys", many_keys, OSTRAND_CODEC_ERR_KEY_FIELD_NUM, "k8"},
+      {"values", many_values, OSTRAND_CODEC_ERR_VALUE_FIELD_NUM, "v128"},
+      {"entries", many_entries, OSTRAND_CODEC_ERR_RECORD_NUM, ""},
+      {"large", Insert("t").Set("v", large), OSTRAND_CODEC_ERR_VALUE_LEN, "v"},
+      {"all", many_bytes, OSTRAND_CODEC_ERR_RECORDS_LEN, "v"},
+      {"same key", Get("t").Key("id", 1).Key("id", 2), RUNTIME_ERR_DUPLICATE_FIELD, "id"},
+      {"same value", Insert("t").Set("v", 1).Set("v", 2), RUNTIME_ERR_DUPLICATE_FIELD, "v"},
+      {"record key", BatchGet("t").Record().Key("id", 1).Key("id", 1), RUNTIME_ERR_DUPLICATE_FIELD,
+       "id"},
+      {"value of a read", Get("t").Set("v", 1), RUNTIME_ERR_BODY_KIND, "v"},
+      {"value of a delete", Delete("t").Set("v", 1), RUNTIME_ERR_BODY_KIND, "v"},
+      {"wanted of a write", Insert("t").Field("v"), RUNTIME_ERR_BODY_KIND, "v"},
+      {"key of metadata", GetMetadata("t").Key("id", 1), RUNTIME_ERR_BODY_KIND, "id"},
+      {"record of one", Insert("t").Record(), RUNTIME_ERR_BODY_KIND, ""},
+      {"element of a batch", BatchGet("t").Element(1), RUNTIME_ERR_BODY_KIND, ""},
+      {"time to live of a batch", BatchGet("t").Record(1), RUNTIME_ERR_BODY_KIND, ""},
+      {"record without time", SetTTL("t").Record(), RUNTIME_ERR_BODY_KIND, ""},
+      {"version of metadata", GetMetadata("t").Expect(1), RUNTIME_ERR_BODY_KIND, ""},
+      {"key before its record", BatchGet("t").Key("id", 1), RUNTIME_ERR_NO_RECORD, "id"},
+      {"value before its record", BatchInsert("t").Set("v", 1), RUNTIME_ERR_NO_RECORD, "v"},
+      {"value before its element", ListInsert("t").Set("v", 1), RUNTIME_ERR_NO_RECORD, "v"},
+      {"version before its record", BatchGet("t").Expect(1), RUNTIME_ERR_NO_RECORD, ""},
+      {"time's key before it", SetTTL("t").Key("id", 1), RUNTIME_ERR_NO_RECORD, "id"},
+      {"out of range", Get("t").Key<int8_t>("id", 128), RUNTIME_ERR_VALUE_RANGE, "id"},
+      {"negative", Insert("t").Set<uint64_t>("v", -1), RUNTIME_ERR_VALUE_RANGE, "v"},
+      {"user bytes", Get("t").SetUserBuff(std::string(1025, 'u')), OSTRAND_CODEC_ERR_USER_BUFF_LEN,
+       ""},
+      {"the first counts", Get("t").Key("", 1).Set("v", 1), OSTRAND_CODEC_ERR_FIELD_NAME, ""},
+      {"nothing begun", ClientRequest().Key("id", 1), RUNTIME_ERR_BODY_KIND, "id"},
+  };
+  for (const Faulty& each : faulty) {
+    EXPECT_EQ(each.code, each.request.Fault()) << each.what;
+    EXPECT_NE("", each.request.FaultText()) << each.what;
+    EXPECT_NE(std::string::npos, each.request.FaultText().find(each.field))
+        << each.what << ": " << each.request.FaultText();
+  }
+  ClientRequest request = Get("t").Key("", 1);
+  request.Get("t").Key("id", 1);
+  EXPECT_EQ(0, request.Fault()) << "begun anew";
+  EXPECT_EQ("", request.FaultText());
 }
 
-TEST(ClientRequest, TheKeyOfASingleTTLEntryDoesNotStayInTheHead) {
-  ClientRequest request;
-  ASSERT_EQ(0, request.Init(OSTRAND_API_SET_TTL_REQ, kZone, "player"));
-  request.AddTTL(1);
-  request.AddTTLKey("id", "1");
-  // What the routing does.
-  CTRecordDecodeHelper::CopyKeySet(request.GetPkg()->stHead.stKeyInfo,
-                                   request.GetPkg()->stBody.stSetTTLReq.astKeyInfo[0]);
+TEST(ClientRequest, TakesAsMuchAsThereMayBe) {
+  ClientRequest request = Insert("t").Key(std::string(31, 'n'), std::string(1024, 'k'));
+  request.Set("v", std::string(1048576, 'v')).SetUserBuff(std::string(1024, 'u'));
+  const auto pkg = ReadBack(request);
+  EXPECT_EQ(1024U, pkg->stHead.dwUserBuffLen);
+  EXPECT_EQ(1024U, pkg->stHead.stKeyInfo.astFields[0].dwFieldLen);
+}
+
+TEST(ClientRequest, BegunAnewNothingIsLeftOfTheOldOne) {
+  ClientRequest request = Insert("player").Zone(3).Key("id", 1).Set("v", 2).SetUserBuff("u");
+  request.SetTimeout(5).SetRepeat(2, true).SetSequence(6).Expect(7);
+  EXPECT_EQ(2, request.Head().repeats);
+  EXPECT_TRUE(request.Head().repeat_writes);
+  request.SetAsynID(8);
+  request.Get("guild");
+  EXPECT_EQ(FrameOf(Get("guild")), FrameOf(request));
+  EXPECT_EQ(0, request.GetTimeout());
+  EXPECT_EQ(0, request.Head().repeats);
+  EXPECT_EQ(kZoneNotGiven, request.GetZoneId());
+  EXPECT_STREQ("guild", request.GetTableName());
+}
+
+TEST(ClientRequest, IsCopiedAndMovedWhole) {
+  ClientRequest request = BatchInsert("t").Record().Key("id", 1).Set("v", 2);
+  const std::string frame = FrameOf(request);
+  ClientRequest copy = request;
+  copy.Record().Key("id", 2);
+  EXPECT_EQ(frame, FrameOf(request));
+  EXPECT_EQ(2U, copy.GetRecordCount());
+  ClientRequest moved = std::move(request);
+  EXPECT_EQ(frame, FrameOf(moved));
+  EXPECT_EQ(0U, request.GetCmd()) << "as a new one";  // NOLINT: what a moved-from one is
+  EXPECT_EQ("", request.GetUserBuff());
+  moved.Set("w", 3);
+  EXPECT_EQ(0, moved.Fault()) << "its record goes on";
+  request.Get("t").Key("id", 9);
   EXPECT_EQ(1U, request.GetKeyCount());
-  request.ClearRecords();
-  request.AddTTL(2);
-  EXPECT_EQ(0U, request.GetKeyCount());
+  request = moved;
+  EXPECT_EQ(FrameOf(moved), FrameOf(request));
+  request = std::move(copy);
+  EXPECT_EQ(2U, request.GetRecordCount());
 }
 
-// One sending as the router does it, up to the packing.
-std::string SendWithContext(ClientRequest& request, int32_t id) {
-  size_t len = 0;
-  char* const user_buff = request.GetUserBuff(&len);
-  WriteRoutingContext(user_buff + len, id, 0);
-  EXPECT_EQ(0, request.SetPkgUserBuff(user_buff, len + kRoutingContextLen));
-  return UserBuffOf(*Unpacked(Packed(request)));
+void BuildSome(ClientRequest& request) {
+  request.Insert("player").Key("id", 42).Set("name", "Ada").SetUserBuff("user");
+  request.Get("player").Key("id", 42).Field("name");
+  request.BatchGet("player").Record().Key("id", 1).Record().Key("id", 2);
+  request.SetTTL("player").Record(5).Key("id", 42);
 }
 
-// The same when the user's bytes stay behind.
-std::string SendContextAlone(ClientRequest& request, int32_t id) {
-  size_t len = 0;
-  char* const user_buff = request.GetUserBuff(&len);
-  WriteRoutingContext(user_buff, id, 0);
-  EXPECT_EQ(0, request.SetPkgUserBuff(user_buff, kRoutingContextLen));
-  return UserBuffOf(*Unpacked(Packed(request)));
-}
-
-std::string SendWithoutContext(ClientRequest& request) {
-  request.GetUserBuff(nullptr);
-  return UserBuffOf(*Unpacked(Packed(request)));
-}
-
-std::string OwnUserBuff(ClientRequest& request) {
-  size_t len = 0;
-  const char* const user_buff = request.GetUserBuff(&len);
-  return {user_buff, len};
-}
-
-int32_t IdIn(const std::string& user_buff) {
-  return ReadRoutingContext(user_buff.data() + user_buff.size() - kRoutingContextLen).id;
-}
-
-TEST(ClientRequest, SentTwiceItCarriesTheSameUserBytesWithAContextOfItsOwn) {
-  for (const size_t user_len : std::initializer_list<size_t>{0, 1, 13, 14, 15, 1009}) {
-    ClientRequest request;
-    ASSERT_EQ(0, request.Init(OSTRAND_API_GET_REQ, kZone, "player"));
-    const std::string bytes(user_len, 'u');
-    ASSERT_EQ(0, request.SetUserBuff(bytes.data(), bytes.size()));
-    for (int32_t id = 1; id <= 3; ++id) {
-      const std::string sent = SendWithContext(request, id);
-      ASSERT_EQ(user_len + 14, sent.size());
-      EXPECT_EQ(bytes, sent.substr(0, user_len));
-      EXPECT_EQ(id, IdIn(sent));
-      EXPECT_EQ(bytes, OwnUserBuff(request)) << "its own length stays";
-    }
+TEST(ClientRequest, AllocatesNothingOnceWarm) {
+  ClientRequest request;
+  RouterRequest routed;
+  char buffer[4096];
+  BuildSome(request);
+  AllocationFaults faults;
+  for (int i = 0; i < 10; ++i) {
+    BuildSome(request);
+    routed.Load(request.Head(), request.Bytes());
+    size_t len = sizeof(buffer);
+    routed.Pack(buffer, len);
   }
-}
-
-TEST(ClientRequest, AnOldContextDoesNotTravelWithARequestThatGetsNone) {
-  ClientRequest request;
-  ASSERT_EQ(0, request.Init(OSTRAND_API_GET_REQ, kZone, "player"));
-  ASSERT_EQ(0, request.SetUserBuff("user", 4));
-  SendWithContext(request, 1);
-  EXPECT_EQ("user", SendWithoutContext(request));
-}
-
-TEST(ClientRequest, ItsBytesAreWholeAgainAfterTheContextWasWrittenOverThem) {
-  for (const size_t user_len : std::initializer_list<size_t>{0, 5, 14, 1024}) {
-    ClientRequest request;
-    ASSERT_EQ(0, request.Init(OSTRAND_API_GET_REQ, kZone, "player"));
-    const std::string bytes(user_len, 'u');
-    ASSERT_EQ(0, request.SetUserBuff(bytes.data(), bytes.size()));
-    EXPECT_EQ(14U, SendContextAlone(request, 1).size());
-    EXPECT_EQ(14U, request.GetPkg()->stHead.dwUserBuffLen) << "as it was sent";
-    EXPECT_EQ(bytes, OwnUserBuff(request));
-    EXPECT_EQ(14U, SendContextAlone(request, 2).size());
-    EXPECT_EQ(bytes, SendWithoutContext(request));
-  }
-}
-
-TEST(ClientRequest, TakesUpTo1024UserBytesAndHasRoomFor14Behind) {
-  ClientRequest request;
-  ASSERT_EQ(0, request.Init(OSTRAND_API_GET_REQ, kZone, "player"));
-  const std::string bytes(1025, 'u');
-  EXPECT_EQ(OSTRAND_CODEC_ERR_USER_BUFF_LEN, request.SetUserBuff(bytes.data(), 1025));
-  EXPECT_EQ(ROUTER_ERR_ARGUMENT, request.SetUserBuff(nullptr, 1));
-  EXPECT_EQ("", OwnUserBuff(request));
-  ASSERT_EQ(0, request.SetUserBuff(bytes.data(), 1024));
-  size_t len = 0;
-  char* const user_buff = request.GetUserBuff(&len);
-  std::memset(user_buff + len, 'c', 14);  // the address sanitizer watches
-  EXPECT_EQ(OSTRAND_CODEC_ERR_USER_BUFF_LEN, request.SetPkgUserBuff(user_buff, 1025));
-  EXPECT_EQ(1024U, SendWithoutContext(request).size());
-  EXPECT_EQ(0, request.SetUserBuff(nullptr, 0));
-  EXPECT_EQ("", SendWithoutContext(request));
-}
-
-// A sampled sending: the record is set first, then the user buffer is asked for.
-TEST(ClientRequest, APerformanceRecordBelongsToOneSending) {
-  ClientRequest request;
-  ASSERT_EQ(0, request.Init(OSTRAND_API_GET_REQ, kZone, "player"));
-  const auto perf_len = [&request] { return request.GetPkg()->stHead.dwPerfTestLen; };
-  ASSERT_EQ(0, request.SetPerfTest("stamps", 6));
-  SendWithContext(request, 1);
-  EXPECT_EQ(6U, perf_len());
-  SendWithContext(request, 2);
-  EXPECT_EQ(0U, perf_len()) << "this one is not sampled";
-  ASSERT_EQ(0, request.SetPerfTest("again", 5));
-  SendWithContext(request, 3);
-  EXPECT_EQ(5U, perf_len());
-  ASSERT_EQ(0, request.SetPerfTest("and again", 9));
-  SendWithContext(request, 4);
-  EXPECT_EQ(9U, perf_len());
-  ASSERT_EQ(0, request.SetPerfTest(nullptr, 0));
-  SendWithContext(request, 5);
-  EXPECT_EQ(0U, perf_len());
-}
-
-TEST(ClientRequest, RefusesAPerformanceRecordThatDoesNotFit) {
-  ClientRequest request;
-  ASSERT_EQ(0, request.Init(OSTRAND_API_GET_REQ, kZone, "player"));
-  const std::string bytes(257, 'p');
-  EXPECT_EQ(0, request.SetPerfTest(bytes.data(), 256));
-  EXPECT_EQ(OSTRAND_CODEC_ERR_PERF_TEST_LEN, request.SetPerfTest(bytes.data(), 257));
-  EXPECT_EQ(ROUTER_ERR_ARGUMENT, request.SetPerfTest(nullptr, 1));
-  EXPECT_EQ(256U, request.GetPkg()->stHead.dwPerfTestLen);
-}
-
-TEST(ClientRequest, PrintsItselfCutToTheBuffer) {
-  ClientRequest request;
-  ASSERT_EQ(0, request.Init(OSTRAND_API_GET_REQ, kZone, "player"));
-  std::string text(65536, 'x');
-  EXPECT_EQ(0, request.Print(text.data(), text.size()));
-  EXPECT_NE(std::string::npos, text.find("player"));
-  EXPECT_LT(std::strlen(text.c_str()), text.size());
-  EXPECT_EQ(0, request.Print(text.data(), 10));
-  EXPECT_EQ(9U, std::strlen(text.c_str()));
-  EXPECT_GT(0, request.Print(text.data(), 0));
-}
-
-TEST(ClientRequest, PackingAnswersTheCodecsCode) {
-  ClientRequest request;
-  ASSERT_EQ(0, request.Init(OSTRAND_API_GET_REQ, kZone, "player"));
-  char buffer[10];
-  size_t len = sizeof(buffer);
-  EXPECT_EQ(OSTRAND_CODEC_ERR_BUFFER_FULL, request.Pack(buffer, len));
+  EXPECT_EQ(0, faults.count());
+  EXPECT_EQ(0, request.Fault());
 }
 
 TEST(ClientRequest, SaysSoWithoutMemory) {
-  OstrandFakes::AllocationFaults faults;
+  ClientRequest request;
+  AllocationFaults faults;
   faults.FailNothrow(1);
-  ClientRequest request;
-  ASSERT_TRUE(faults.struck());
-  EXPECT_EQ(ROUTER_ERR_ALLOCATION, request.Init(OSTRAND_API_GET_REQ, kZone, "player"));
-  EXPECT_EQ(ROUTER_ERR_ALLOCATION, request.SetKey("id", "1"));
-  EXPECT_EQ(ROUTER_ERR_ALLOCATION, request.SetUserBuff("user", 4));
-  EXPECT_EQ(ROUTER_ERR_ALLOCATION, request.SetPerfTest("perf", 4));
-  EXPECT_EQ(ROUTER_ERR_ALLOCATION, request.AddRecord());
-  EXPECT_EQ(ROUTER_ERR_ALLOCATION, request.AddTTL(1));
-  EXPECT_GT(0, request.AddRecordKey("id", "1"));
-  EXPECT_GT(0, request.AddValue("level", "1"));
-  EXPECT_GT(0, request.AddTTLKey("id", "1"));
-  request.SetAppId(1);
-  request.SetAsynID(1);
-  request.SetSequence(1);
-  request.SetMetaVersion(1);
-  request.SetRecordVersion(1);
-  request.ClearRecords();
-  char buffer[100];
-  size_t len = sizeof(buffer);
-  EXPECT_EQ(ROUTER_ERR_ALLOCATION, request.Pack(buffer, len));
-  EXPECT_EQ(ROUTER_ERR_ALLOCATION, request.Print(buffer, sizeof(buffer)));
-  EXPECT_EQ(nullptr, request.GetTableName(nullptr));
+  request.Get("t").Key("id", 1);
+  EXPECT_TRUE(faults.struck());
+  EXPECT_EQ(ROUTER_ERR_ALLOCATION, request.Fault());
   EXPECT_EQ(0U, request.GetCmd());
-  EXPECT_EQ(0U, request.GetSubCmd());
-  EXPECT_EQ(0, request.GetZoneId());
-  EXPECT_EQ(0, request.GetSequence());
-  EXPECT_EQ(0U, request.GetAsynID());
-  EXPECT_EQ(0U, request.GetKeyCount());
-  EXPECT_EQ(0U, request.GetRecordCount());
-  EXPECT_EQ(0U, request.GetTTLCount());
-  EXPECT_EQ(nullptr, request.GetPkg());
-  EXPECT_NE(nullptr, request.GetUserBuff(nullptr)) << "never null";
+  request.Get("t").Key("id", 1);
+  EXPECT_EQ(0, request.Fault()) << "there is memory again";
+  const std::string before = FrameOf(request);
+  faults.FailNothrow(1);
+  request.Key("more", std::string(1000, 'k'));
+  EXPECT_EQ(ROUTER_ERR_ALLOCATION, request.Fault());
+  EXPECT_EQ(before, FrameOf(request)) << "nothing half done";
+  faults.FailNothrow(1);
+  const ClientRequest copy = request;
+  EXPECT_EQ(ROUTER_ERR_ALLOCATION, copy.Fault());
+  EXPECT_EQ(0U, copy.GetCmd());
 }
 
-TEST(ClientRequest, BuildingAndPackingAllocatesNothing) {
-  ClientRequest request;
-  char buffer[4096];
-  OstrandFakes::AllocationFaults faults;
-  for (int i = 0; i < 10; ++i) {
-    request.Init(OSTRAND_API_INSERT_REQ, kZone, "player");
-    request.SetKey("id", "42");
-    request.AddValue("level", "1");
-    request.SetUserBuff("user", 4);
-    request.GetUserBuff(nullptr);
-    size_t len = sizeof(buffer);
-    request.Pack(buffer, len);
-  }
-  EXPECT_EQ(0, faults.count());
+TEST(ClientRequest, IsSmall) {
+  EXPECT_LT(sizeof(ClientRequest), 400U);
+  EXPECT_LT(sizeof(RequestHead), 128U);
 }
-
-// Sanitizers keep books of every byte of address space.
-#if defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-#define OSTRAND_SANITIZED
-#endif
-#elif defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define OSTRAND_SANITIZED
-#endif
-
-#ifndef OSTRAND_SANITIZED
-
-// Resident memory of the process in bytes.
-int64_t Resident() {
-  std::ifstream statm("/proc/self/statm");
-  int64_t pages_of_address_space = 0;
-  int64_t pages = 0;
-  statm >> pages_of_address_space >> pages;
-  return pages * 4096;
-}
-
-TEST(ClientRequest, ASmallRequestTakesLittleMemory) {
-  constexpr int kRequests = 200;
-  std::vector<std::unique_ptr<ClientRequest>> requests;
-  const int64_t before = Resident();
-  for (int i = 0; i < kRequests; ++i) {
-    requests.push_back(std::make_unique<ClientRequest>());
-    ASSERT_EQ(0, requests.back()->Init(OSTRAND_API_INSERT_REQ, kZone, "player"));
-    requests.back()->SetKey("id", "42");
-    requests.back()->AddValue("level", "1");
-  }
-  EXPECT_LT((Resident() - before) / kRequests, 64 * 1024);
-}
-
-#endif
 
 }  // namespace
 }  // namespace OstrandService

@@ -7,6 +7,7 @@
 #include <memory>
 #include <string>
 
+#include "client/router_response.h"
 #include "fakes/allocation_faults.h"
 #include "protocol/codec.h"
 #include "service_api/ostrand_router.h"
@@ -36,24 +37,31 @@ void SetUserBuff(OStrandPkg& pkg, const std::string& bytes) {
   pkg.stHead.dwUserBuffLen = static_cast<uint32_t>(bytes.size());
 }
 
-std::string UserBuff(ClientResponse& response) {
-  size_t len = 0;
-  const char* const bytes = response.GetUserBuff(&len);
-  return bytes != nullptr ? std::string(bytes, len) : std::string("(null)");
-}
+// A response and the adaptor through which it gets its answers.
+class Received {
+ public:
+  Received() { routed.SetTarget(&response); }
 
-std::string PkgUserBuff(ClientResponse& response) {
-  size_t len = 0;
-  const char* const bytes = response.GetPkgUserBuff(&len);
-  return {bytes, len};
-}
+  int Unpack(const char* data, size_t len) {
+    const int ret = routed.Unpack(data, len);
+    routed.HandOver();
+    return ret;
+  }
+  int Unpack(const std::string& frame) { return Unpack(frame.data(), frame.size()); }
+  OStrandPkg& Pkg() {
+    const OStrandPkg* pkg = nullptr;
+    EXPECT_EQ(0, routed.GetOstrandPackagePtr(pkg));
+    return *const_cast<OStrandPkg*>(pkg);  // NOLINT: to be changed as the router does
+  }
+  std::string RoutedUserBuff() {
+    size_t len = 0;
+    const char* const bytes = routed.GetUserBuff(&len);
+    return bytes != nullptr ? std::string(bytes, len) : std::string("(null)");
+  }
 
-// The package, to be changed as the router does.
-OStrandPkg& PkgOf(ClientResponse& response) {
-  const OStrandPkg* pkg = nullptr;
-  EXPECT_EQ(0, response.GetOstrandPackagePtr(pkg));
-  return *const_cast<OStrandPkg*>(pkg);  // NOLINT
-}
+  RouterResponse routed;
+  ClientResponse response;
+};
 
 TEST(ClientResponse, IsEmptyAtFirst) {
   ClientResponse response;
@@ -62,18 +70,27 @@ TEST(ClientResponse, IsEmptyAtFirst) {
   EXPECT_EQ(0, response.GetResult());
   EXPECT_EQ(nullptr, response.GetTableName(&len));
   EXPECT_EQ(0U, len);
-  EXPECT_EQ("", UserBuff(response));
+  EXPECT_EQ("", response.GetUserBuff());
   EXPECT_EQ(0, response.HaveMoreResPkgs());
   EXPECT_EQ(0U, response.GetRecordCount());
   RecordView record;
   EXPECT_FALSE(response.NextRecord(record));
+  FieldView field;
+  EXPECT_FALSE(response.GetKey("id", field));
+  EXPECT_FALSE(response.GetValue("level", field));
   EXPECT_EQ(0U, response.GetTTLCount());
-  EXPECT_EQ(nullptr, response.GetMetadata());
+  TableMetadata metadata;
+  EXPECT_FALSE(response.GetMetadata(metadata));
+}
+
+void SetTable(OStrandPkg& pkg, const char* name) {
+  std::strcpy(pkg.stHead.stRouterInfo.szTableName, name);  // NOLINT: it fits
+  pkg.stHead.stRouterInfo.dwTableNameLen = static_cast<uint32_t>(std::strlen(name)) + 1;
 }
 
 TEST(ClientResponse, ShowsTheHeadOfAnAnswer) {
-  ClientResponse response;
-  const std::string frame = Frame(OSTRAND_API_GET_RES, [](OStrandPkg& pkg) {
+  Received received;
+  ASSERT_EQ(0, received.Unpack(Frame(OSTRAND_API_GET_RES, [](OStrandPkg& pkg) {
     OStrandPkgHead& head = pkg.stHead;
     head.iResult = -8205;
     head.dwSubCmd = 4;
@@ -82,17 +99,14 @@ TEST(ClientResponse, ShowsTheHeadOfAnAnswer) {
     head.iVexMetaVersion = 9;
     head.stRouterInfo.iAppID = 7;
     head.stRouterInfo.iZoneID = 3;
-    std::memcpy(head.stRouterInfo.szTableName, "player", 7);
-    head.stRouterInfo.dwTableNameLen = 7;
+    SetTable(pkg, "player");
     SetUserBuff(pkg, "user");
-    std::memcpy(head.szPerfTest, "perf", 4);
-    head.dwPerfTestLen = 4;
     head.stKeyInfo.dwFieldNum = 1;
     std::memcpy(head.stKeyInfo.astFields[0].szFieldName, "id", 3);
     std::memcpy(head.stKeyInfo.astFields[0].szFieldBuff, "42", 2);
     head.stKeyInfo.astFields[0].dwFieldLen = 2;
-  });
-  ASSERT_EQ(0, response.Unpack(frame.data(), frame.size()));
+  })));
+  const ClientResponse& response = received.response;
   size_t len = 0;
   EXPECT_EQ(8U, response.GetCmd());
   EXPECT_EQ(-8205, response.GetResult());
@@ -104,44 +118,64 @@ TEST(ClientResponse, ShowsTheHeadOfAnAnswer) {
   EXPECT_EQ(3, response.GetZoneId());
   EXPECT_STREQ("player", response.GetTableName(&len));
   EXPECT_EQ(6U, len);
-  EXPECT_EQ("user", UserBuff(response));
-  EXPECT_EQ("perf", std::string(response.GetPerfTest(&len), 4));
-  EXPECT_EQ(4U, len);
+  EXPECT_EQ("user", response.GetUserBuff());
   FieldView field;
   ASSERT_TRUE(response.GetKey("id", field));
   EXPECT_EQ("42", field.value);
   EXPECT_FALSE(response.GetKey("level", field));
 }
 
-TEST(ClientResponse, KeepsACopyOfTheFrame) {
-  ClientResponse response;
-  std::string frame = Frame(OSTRAND_API_GET_RES, [](OStrandPkg& pkg) {
-    SetUserBuff(pkg, "user");
+TEST(ClientResponse, HasWhatTheRouterChanged) {
+  Received received;
+  const std::string frame =
+      Frame(OSTRAND_API_GET_RES, [](OStrandPkg& pkg) { SetUserBuff(pkg, "user and a context"); });
+  ASSERT_EQ(0, received.routed.Unpack(frame.data(), frame.size()));
+  EXPECT_EQ(0U, received.response.GetCmd()) << "no outcome before it is handed over";
+  received.Pkg().stHead.dwUserBuffLen = 4;
+  received.Pkg().stHead.iResult = -18963;
+  received.routed.HandOver();
+  EXPECT_EQ("user", received.response.GetUserBuff());
+  EXPECT_EQ(-18963, received.response.GetResult());
+}
+
+TEST(ClientResponse, HasTheUserBytesThatWereKeptInTheirPlace) {
+  Received received;
+  const std::string frame = Frame(OSTRAND_API_GET_RES, [](OStrandPkg& pkg) {
+    SetUserBuff(pkg, "package");
     RecordWriter writer(pkg.stBody.stRecords);
     writer.BeginRecord();
     writer.AddValueField("level", "80");
   });
-  ASSERT_EQ(0, response.Unpack(frame.data(), frame.size()));
-  frame.assign(frame.size(), 'x');
-  EXPECT_EQ("user", UserBuff(response));
-  FieldView field;
-  ASSERT_TRUE(response.GetValue("level", field));
-  EXPECT_EQ("80", field.value);
-  EXPECT_FALSE(response.GetValue("name", field));
+  for (const size_t len : {0U, 1U, 1024U, 5000000U, 10U}) {
+    const std::string bytes(len, 'u');
+    ASSERT_EQ(0, received.routed.Unpack(frame.data(), frame.size()));
+    ASSERT_EQ(0, received.routed.SetUserBuff(bytes.data(), static_cast<unsigned int>(len)));
+    EXPECT_EQ(bytes, received.RoutedUserBuff());
+    received.routed.HandOver();
+    EXPECT_EQ(bytes, received.response.GetUserBuff());
+    FieldView field;
+    ASSERT_TRUE(received.response.GetValue("level", field));
+    EXPECT_EQ("80", field.value);
+  }
+  EXPECT_EQ(ROUTER_ERR_ARGUMENT, received.routed.SetUserBuff(nullptr, 1));
+  ASSERT_EQ(0, received.Unpack(frame));
+  EXPECT_EQ("package", received.response.GetUserBuff()) << "they belonged to the answer before";
+  EXPECT_EQ("package", received.RoutedUserBuff());
 }
 
-TEST(ClientResponse, GettersSeeWhatTheRouterChanges) {
-  ClientResponse response;
-  const std::string frame = Frame(OSTRAND_API_GET_BY_PARTKEY_RES, [](OStrandPkg& pkg) {
-    SetUserBuff(pkg, "user and a context of 14 bytes");
+TEST(ClientResponse, KeepsACopyOfTheFrame) {
+  Received received;
+  std::string frame = Frame(OSTRAND_API_GET_RES, [](OStrandPkg& pkg) {
+    RecordWriter writer(pkg.stBody.stRecords);
+    writer.BeginRecord();
+    writer.AddValueField("level", "80");
   });
-  ASSERT_EQ(0, response.Unpack(frame.data(), frame.size()));
-  EXPECT_EQ(30U, UserBuff(response).size());
-  PkgOf(response).stHead.dwUserBuffLen = 4;
-  PkgOf(response).stHead.iResult = -18963;
-  EXPECT_EQ("user", UserBuff(response));
-  EXPECT_EQ("user", PkgUserBuff(response));
-  EXPECT_EQ(-18963, response.GetResult());
+  ASSERT_EQ(0, received.Unpack(frame));
+  frame.assign(frame.size(), 'x');
+  FieldView field;
+  ASSERT_TRUE(received.response.GetValue("level", field));
+  EXPECT_EQ("80", field.value);
+  EXPECT_FALSE(received.response.GetValue("name", field));
 }
 
 // The records of an answer, each with its own result.
@@ -179,7 +213,7 @@ void ExpectThreeRecords(ClientResponse& response) {
 }
 
 TEST(ClientResponse, WalksTheRecordsOfABatchOfAListAndOfAPartKey) {
-  ClientResponse response;
+  Received received;
   for (const auto& frame :
        {Frame(OSTRAND_API_BATCH_GET_RES,
               [](OStrandPkg& pkg) { FillRecords(pkg.stBody.stRecords); }),
@@ -187,255 +221,353 @@ TEST(ClientResponse, WalksTheRecordsOfABatchOfAListAndOfAPartKey) {
               [](OStrandPkg& pkg) { FillRecords(pkg.stBody.stListGetAllRes.stRecords); }),
         Frame(OSTRAND_API_GET_BY_PARTKEY_RES,
               [](OStrandPkg& pkg) { FillRecords(pkg.stBody.stGetByPartKeyRes.stRecords); })}) {
-    ASSERT_EQ(0, response.Unpack(frame.data(), frame.size()));
-    ExpectThreeRecords(response);
-    response.RewindRecords();
-    ExpectThreeRecords(response);
+    ASSERT_EQ(0, received.Unpack(frame));
+    ExpectThreeRecords(received.response);
+    received.response.RewindRecords();
+    ExpectThreeRecords(received.response);
   }
 }
 
 TEST(ClientResponse, ANewAnswerIsWalkedFromItsFirstRecord) {
-  ClientResponse response;
+  Received received;
   const std::string frame =
       Frame(OSTRAND_API_BATCH_GET_RES, [](OStrandPkg& pkg) { FillRecords(pkg.stBody.stRecords); });
-  ASSERT_EQ(0, response.Unpack(frame.data(), frame.size()));
+  ASSERT_EQ(0, received.Unpack(frame));
   RecordView record;
-  ASSERT_TRUE(response.NextRecord(record));
-  ASSERT_EQ(0, response.Unpack(frame.data(), frame.size()));
-  ExpectThreeRecords(response);
-  const std::string none = Frame(OSTRAND_API_QUERY_RES);
-  ASSERT_EQ(0, response.Unpack(none.data(), none.size()));
-  EXPECT_FALSE(response.NextRecord(record));
-  EXPECT_EQ(0U, response.GetRecordCount());
-  FieldView field;
-  EXPECT_FALSE(response.GetValue("level", field));
+  ASSERT_TRUE(received.response.NextRecord(record));
+  ASSERT_EQ(0, received.Unpack(frame));
+  ExpectThreeRecords(received.response);
+  ASSERT_EQ(0, received.Unpack(Frame(OSTRAND_API_QUERY_RES)));
+  EXPECT_FALSE(received.response.NextRecord(record));
+  EXPECT_EQ(0U, received.response.GetRecordCount());
 }
 
-TEST(ClientResponse, TellsWhetherPackagesFollow) {
-  ClientResponse response;
-  for (const uint8_t more : {uint8_t{0}, uint8_t{1}, uint8_t{255}}) {
-    for (const auto& frame :
-         {Frame(OSTRAND_API_LIST_GETALL_RES,
-                [more](OStrandPkg& pkg) { pkg.stBody.stListGetAllRes.bHasMorePkgs = more; }),
-          Frame(OSTRAND_API_GET_BY_PARTKEY_RES,
-                [more](OStrandPkg& pkg) { pkg.stBody.stGetByPartKeyRes.bHasMorePkgs = more; })}) {
-      ASSERT_EQ(0, response.Unpack(frame.data(), frame.size()));
-      EXPECT_EQ(more != 0 ? 1 : 0, response.HaveMoreResPkgs());
+TEST(ClientResponse, AnErrorWithoutBodyHasNoRecords) {
+  Received received;
+  for (const uint32_t cmd : {OSTRAND_API_GET_RES, OSTRAND_API_LIST_GETALL_RES,
+                             OSTRAND_API_GET_TTL_RES, OSTRAND_API_METADATA_GET_RES}) {
+    std::string frame = Frame(cmd, [](OStrandPkg& pkg) { pkg.stHead.iResult = -8205; });
+    const auto body_len = LoadBigEndian<uint32_t>(&frame[8]);
+    StoreBigEndian(&frame[8], uint32_t{0});
+    frame.resize(frame.size() - body_len);
+    ASSERT_EQ(0, received.Unpack(frame)) << cmd;
+    EXPECT_EQ(-8205, received.response.GetResult());
+    EXPECT_EQ(0U, received.response.GetRecordCount());
+    EXPECT_EQ(0U, received.response.GetTTLCount());
+    RecordView record;
+    EXPECT_FALSE(received.response.NextRecord(record));
+    TableMetadata metadata;
+    EXPECT_FALSE(received.response.GetMetadata(metadata));
+  }
+}
+
+TEST(ClientResponse, IsReadTypedAndRefusesAWrongLength) {
+  Received received;
+  ASSERT_EQ(0, received.Unpack(Frame(OSTRAND_API_GET_RES, [](OStrandPkg& pkg) {
+    RecordWriter writer(pkg.stBody.stRecords);
+    writer.BeginRecord();
+    writer.AddValueField("level", std::string("\0\0\0\0\0\0\0\x07", 8));
+    writer.AddValueField("name", "Ada");
+  })));
+  int64_t level = 0;
+  EXPECT_EQ(0, received.response.Get("level", level));
+  EXPECT_EQ(7, level);
+  EXPECT_EQ(0, received.response.Get<int64_t>("level", level));
+  std::string_view name;
+  EXPECT_EQ(0, received.response.Get("name", name));
+  EXPECT_EQ("Ada", name);
+  int32_t narrow = 5;
+  EXPECT_EQ(OSTRAND_CODEC_ERR_FIELD_WIDTH, received.response.Get("level", narrow));
+  EXPECT_EQ(OSTRAND_CODEC_ERR_NO_FIELD, received.response.Get("city", narrow));
+  EXPECT_EQ(5, narrow);
+}
+
+TEST(ClientResponse, TellsWhetherPackagesFollowButNeverAfterAnError) {
+  Received received;
+  for (const int32_t result : {0, -18963}) {
+    for (const uint8_t more : {uint8_t{0}, uint8_t{1}, uint8_t{255}}) {
+      for (const auto& frame : {Frame(OSTRAND_API_LIST_GETALL_RES,
+                                      [&](OStrandPkg& pkg) {
+                                        pkg.stHead.iResult = result;
+                                        pkg.stBody.stListGetAllRes.bHasMorePkgs = more;
+                                      }),
+                                Frame(OSTRAND_API_GET_BY_PARTKEY_RES, [&](OStrandPkg& pkg) {
+                                  pkg.stHead.iResult = result;
+                                  pkg.stBody.stGetByPartKeyRes.bHasMorePkgs = more;
+                                })}) {
+        ASSERT_EQ(0, received.Unpack(frame));
+        EXPECT_EQ(more != 0 && result == 0 ? 1 : 0, received.response.HaveMoreResPkgs());
+        EXPECT_EQ(more != 0 ? 1 : 0, received.routed.HaveMoreResPkgs()) << "for the router's books";
+      }
     }
   }
-  const std::string other = Frame(OSTRAND_API_GET_RES);
-  ASSERT_EQ(0, response.Unpack(other.data(), other.size()));
-  EXPECT_EQ(0, response.HaveMoreResPkgs());
+  ASSERT_EQ(0, received.Unpack(Frame(OSTRAND_API_GET_RES)));
+  EXPECT_EQ(0, received.response.HaveMoreResPkgs());
 }
 
 TEST(ClientResponse, ShowsTTLEntries) {
-  ClientResponse response;
+  Received received;
   for (const uint32_t cmd : {OSTRAND_API_SET_TTL_RES, OSTRAND_API_GET_TTL_RES}) {
-    const std::string frame = Frame(cmd, [](OStrandPkg& pkg) {
+    ASSERT_EQ(0, received.Unpack(Frame(cmd, [](OStrandPkg& pkg) {
       pkg.stBody.stTTLRes.dwRecordNum = 2;
       pkg.stBody.stTTLRes.astRecordTTL[0] = {0, 60000};
       pkg.stBody.stTTLRes.astRecordTTL[1] = {-7949, -1};
-    });
-    ASSERT_EQ(0, response.Unpack(frame.data(), frame.size()));
+    })));
+    const ClientResponse& response = received.response;
     ASSERT_EQ(2U, response.GetTTLCount());
-    EXPECT_EQ(60000, response.GetTTL(0)->llTTLMs);
-    EXPECT_EQ(-7949, response.GetTTL(1)->iResult);
-    EXPECT_EQ(nullptr, response.GetTTL(2));
-    EXPECT_EQ(nullptr, response.GetTTL(UINT32_MAX));
+    RecordTTL ttl;
+    ASSERT_TRUE(response.GetTTL(0, ttl));
+    EXPECT_EQ(60000, ttl.ttl_ms);
+    ASSERT_TRUE(response.GetTTL(1, ttl));
+    EXPECT_EQ(-7949, ttl.result);
+    EXPECT_EQ(-1, ttl.ttl_ms);
+    EXPECT_FALSE(response.GetTTL(2, ttl));
+    EXPECT_FALSE(response.GetTTL(UINT32_MAX, ttl));
   }
 }
 
 TEST(ClientResponse, ShowsMetadata) {
-  ClientResponse response;
-  const std::string frame = Frame(OSTRAND_API_METADATA_GET_RES, [](OStrandPkg& pkg) {
-    pkg.stBody.stMetadataGetRes.iVexMetaCurrentVersion = 5;
-  });
-  ASSERT_EQ(0, response.Unpack(frame.data(), frame.size()));
-  ASSERT_NE(nullptr, response.GetMetadata());
-  EXPECT_EQ(5, response.GetMetadata()->iVexMetaCurrentVersion);
-}
-
-TEST(ClientResponse, ItsOwnUserBufferGoesBeforeThePackages) {
-  ClientResponse response;
-  const std::string frame =
-      Frame(OSTRAND_API_GET_RES, [](OStrandPkg& pkg) { SetUserBuff(pkg, "package"); });
-  ASSERT_EQ(0, response.Unpack(frame.data(), frame.size()));
-  std::string bytes = "own";
-  ASSERT_EQ(0, response.SetUserBuff(bytes.data(), 3));
-  bytes = "xxx";
-  EXPECT_EQ("own", UserBuff(response));
-  EXPECT_EQ("package", PkgUserBuff(response));
-  ASSERT_EQ(0, response.SetUserBuff(nullptr, 0));
-  EXPECT_EQ("", UserBuff(response)) << "an empty one is one, too";
-  ASSERT_EQ(0, response.Unpack(frame.data(), frame.size()));
-  EXPECT_EQ("package", UserBuff(response)) << "it belonged to the answer before";
-}
-
-TEST(ClientResponse, ItsUserBufferTakesAnyLength) {
-  ClientResponse response;
-  for (const size_t len : {0U, 1U, 63U, 64U, 1024U, 1025U, 5000000U, 10U}) {
-    const std::string bytes(len, 'u');
-    ASSERT_EQ(0, response.SetUserBuff(bytes.data(), static_cast<unsigned int>(len)));
-    ASSERT_EQ(bytes, UserBuff(response));
-  }
-  EXPECT_EQ(ROUTER_ERR_ARGUMENT, response.SetUserBuff(nullptr, 1));
-  EXPECT_EQ(10U, UserBuff(response).size()) << "as before";
-}
-
-TEST(ClientResponse, ItsUserBufferMayBeSetFromItself) {
-  ClientResponse response;
-  ASSERT_EQ(0, response.SetUserBuff("0123456789", 10));
-  ASSERT_EQ(0, response.SetUserBuff(response.GetUserBuff(nullptr) + 3, 7));
-  EXPECT_EQ("3456789", UserBuff(response));
-}
-
-TEST(ClientResponse, WithoutMemoryTheUserBufferStaysAsItWas) {
-  ClientResponse response;
-  ASSERT_EQ(0, response.SetUserBuff("before", 6));
-  const std::string bytes(1000, 'u');
-  OstrandFakes::AllocationFaults faults;
-  faults.FailNothrow(1);
-  EXPECT_EQ(ROUTER_ERR_ALLOCATION, response.SetUserBuff(bytes.data(), 1000));
-  EXPECT_EQ("before", UserBuff(response));
-  faults.FailNothrow(1);
-  EXPECT_EQ(ROUTER_ERR_ALLOCATION,
-            response.BuildTimeOutRes(7, 3, "player", 8, bytes.data(), 1000, 1, 2));
-  EXPECT_EQ(-20499, response.GetResult()) << "all else is there";
-  EXPECT_EQ("", UserBuff(response));
+  Received received;
+  ASSERT_EQ(0, received.Unpack(Frame(OSTRAND_API_METADATA_GET_RES, [](OStrandPkg& pkg) {
+    OStrandMetadataGetRes& body = pkg.stBody.stMetadataGetRes;
+    body.dwOstrandType = 3;
+    body.iVexMetaCurrentVersion = 5;
+    body.iIdlType = 2;
+    body.iIdlConLen = 5;
+    std::memcpy(body.szIdlContent, "image", 5);
+  })));
+  TableMetadata metadata;
+  ASSERT_TRUE(received.response.GetMetadata(metadata));
+  EXPECT_EQ(3U, metadata.table_type);
+  EXPECT_EQ(5, metadata.version);
+  EXPECT_EQ(2, metadata.idl_type);
+  EXPECT_EQ("image", metadata.image);
+  EXPECT_EQ(5, received.Pkg().stBody.stMetadataGetRes.iVexMetaCurrentVersion)
+      << "the router looks at them";
 }
 
 TEST(ClientResponse, ATimeOutCarriesWhatTheRequestHad) {
-  ClientResponse response;
+  Received received;
   std::string table = "player";
   std::string bytes(3000, 'u');
-  ASSERT_EQ(0, response.BuildTimeOutRes(int64_t{1} << 32 | 7, 3, table.c_str(), OSTRAND_API_GET_RES,
-                                        bytes.data(), 3000, UINT64_MAX, -5));
+  ASSERT_EQ(
+      0, received.routed.BuildTimeOutRes(int64_t{1} << 32 | 7, 3, table.c_str(),
+                                         OSTRAND_API_GET_RES, bytes.data(), 3000, UINT64_MAX, -5));
   table = "xxxxxx";
   bytes.assign(3000, 'x');
+  received.routed.HandOver();
+  const ClientResponse& response = received.response;
   EXPECT_EQ(-20499, response.GetResult());
   EXPECT_EQ(8U, response.GetCmd());
   EXPECT_EQ(7, response.GetAppId());
   EXPECT_EQ(3, response.GetZoneId());
-  EXPECT_STREQ("player", response.GetTableName(nullptr));
+  EXPECT_STREQ("player", response.GetTableName());
+  EXPECT_STREQ("player", received.routed.GetTableName(nullptr));
   EXPECT_EQ(UINT64_MAX, response.GetAsynID());
   EXPECT_EQ(-5, response.GetSequence());
-  EXPECT_EQ(std::string(3000, 'u'), UserBuff(response));
-  EXPECT_EQ("", PkgUserBuff(response));
-  EXPECT_EQ(0U, response.GetSubCmd());
+  EXPECT_EQ(std::string(3000, 'u'), response.GetUserBuff());
   EXPECT_EQ(0U, response.GetRecordCount());
   size_t len = 99;
-  response.GetPerfTest(&len);
+  received.routed.GetPerfTest(&len);
   EXPECT_EQ(0U, len);
 }
 
 TEST(ClientResponse, ATimeOutLeavesNothingOfTheAnswerBefore) {
-  ClientResponse response;
+  Received received;
   const std::string frame = Frame(OSTRAND_API_GET_BY_PARTKEY_RES, [](OStrandPkg& pkg) {
     SetUserBuff(pkg, "package");
+    SetTable(pkg, "guild");
     pkg.stBody.stGetByPartKeyRes.bHasMorePkgs = 1;
     FillRecords(pkg.stBody.stGetByPartKeyRes.stRecords);
   });
-  for (const char* own : {static_cast<const char*>(nullptr), "own"}) {
-    ASSERT_EQ(0, response.Unpack(frame.data(), frame.size()));
+  for (const char* const table : {static_cast<const char*>(nullptr), "", "player"}) {
+    ASSERT_EQ(0, received.Unpack(frame));
     RecordView record;
-    ASSERT_TRUE(response.NextRecord(record));
-    if (own != nullptr) {
-      ASSERT_EQ(0, response.SetUserBuff(own, 3));
-    }
-    ASSERT_EQ(0, response.BuildTimeOutRes(7, 3, "player", OSTRAND_API_GET_BY_PARTKEY_RES, nullptr,
-                                          1009, 1, 2));
-    EXPECT_EQ("", UserBuff(response)) << "a length without bytes is no buffer";
-    EXPECT_EQ(0, response.HaveMoreResPkgs());
-    EXPECT_EQ(-20499, PkgOf(response).stBody.stGetByPartKeyRes.iResult);
-    EXPECT_FALSE(response.NextRecord(record));
+    ASSERT_TRUE(received.response.NextRecord(record));
+    ASSERT_EQ(0, received.routed.BuildTimeOutRes(7, 3, table, OSTRAND_API_GET_BY_PARTKEY_RES,
+                                                 nullptr, 1009, 1, 2));
+    received.routed.HandOver();
+    EXPECT_EQ("", received.response.GetUserBuff()) << "a length without bytes is no buffer";
+    EXPECT_EQ(0, received.response.HaveMoreResPkgs());
+    EXPECT_EQ(-20499, received.Pkg().stBody.stGetByPartKeyRes.iResult);
+    EXPECT_FALSE(received.response.NextRecord(record));
+    FieldView field;
+    EXPECT_FALSE(received.response.GetKey("id", field));
+    EXPECT_STREQ(table, received.response.GetTableName());
   }
+  ASSERT_EQ(0, received.routed.BuildTimeOutRes(7, 3, std::string(50, 't').c_str(), 999999, nullptr,
+                                               0, 1, 2));
+  received.routed.HandOver();
+  EXPECT_EQ(std::string(31, 't'), received.response.GetTableName());
+  EXPECT_EQ(999999U, received.response.GetCmd());
 }
 
-TEST(ClientResponse, ATimeOutTakesNullEmptyAndLongTableNames) {
+TEST(ClientResponse, AnOutcomeOfTheRuntimesOwnHasWhatItWasGiven) {
   ClientResponse response;
-  ASSERT_EQ(0, response.BuildTimeOutRes(7, 3, nullptr, 8, nullptr, 0, 1, 2));
-  EXPECT_EQ(nullptr, response.GetTableName(nullptr));
-  ASSERT_EQ(0, response.BuildTimeOutRes(7, 3, "", 8, nullptr, 0, 1, 2));
-  EXPECT_STREQ("", response.GetTableName(nullptr));
-  ASSERT_EQ(0, response.BuildTimeOutRes(7, 3, std::string(50, 't').c_str(), 8, nullptr, 0, 1, 2));
-  EXPECT_EQ(std::string(31, 't'), response.GetTableName(nullptr));
-}
-
-TEST(ClientResponse, ATimeOutOfNoKnownCommandHasNoBody) {
-  ClientResponse response;
-  ASSERT_EQ(0, response.BuildTimeOutRes(7, 3, "player", 999999, nullptr, 0, 1, 2));
-  EXPECT_EQ(999999U, response.GetCmd());
+  OutcomeHead outcome;
+  outcome.result = -12345;
+  outcome.cmd = 8;
+  outcome.async_id = UINT64_MAX;
+  outcome.sequence = -5;
+  outcome.app_id = 7;
+  outcome.zone_id = 3;
+  outcome.table = "player";
+  outcome.user_bytes = "user";
+  ASSERT_EQ(0, response.SetOutcome(outcome));
+  EXPECT_EQ(-12345, response.GetResult());
+  EXPECT_EQ(8U, response.GetCmd());
+  EXPECT_EQ(UINT64_MAX, response.GetAsynID());
+  EXPECT_EQ(-5, response.GetSequence());
+  EXPECT_EQ(7, response.GetAppId());
+  EXPECT_EQ(3, response.GetZoneId());
+  EXPECT_STREQ("player", response.GetTableName());
+  EXPECT_EQ("user", response.GetUserBuff());
   EXPECT_EQ(0U, response.GetRecordCount());
   EXPECT_EQ(0, response.HaveMoreResPkgs());
+  OstrandFakes::AllocationFaults faults;
+  ASSERT_EQ(0, response.SetOutcome(outcome));
+  EXPECT_EQ(0, faults.count()) << "warm";
+  ASSERT_EQ(0, response.SetOutcome(OutcomeHead()));
+  EXPECT_EQ("", response.GetUserBuff());
+  const std::string long_bytes(1000, 'u');
+  outcome.user_bytes = long_bytes;
+  faults.FailNothrow(1);
+  EXPECT_EQ(ROUTER_ERR_ALLOCATION, response.SetOutcome(outcome));
+  EXPECT_EQ(-12345, response.GetResult()) << "all else is there";
+  EXPECT_EQ("", response.GetUserBuff());
+  EXPECT_EQ(nullptr, response.GetTableName());
 }
 
 TEST(ClientResponse, AFrameThatIsRefusedLeavesNothing) {
-  ClientResponse response;
+  Received received;
   std::string frame = Frame(OSTRAND_API_BATCH_GET_RES, [](OStrandPkg& pkg) {
     SetUserBuff(pkg, "package");
     FillRecords(pkg.stBody.stRecords);
   });
-  ASSERT_EQ(0, response.Unpack(frame.data(), frame.size()));
+  ASSERT_EQ(0, received.Unpack(frame));
   RecordView record;
-  ASSERT_TRUE(response.NextRecord(record));
-  EXPECT_EQ(OSTRAND_CODEC_ERR_FRAME_LEN, response.Unpack(frame.data(), frame.size() - 1));
-  EXPECT_EQ(0U, response.GetCmd());
-  EXPECT_EQ("", UserBuff(response));
-  EXPECT_FALSE(response.NextRecord(record));
+  ASSERT_TRUE(received.response.NextRecord(record));
+  EXPECT_EQ(OSTRAND_CODEC_ERR_FRAME_LEN, received.Unpack(frame.data(), frame.size() - 1));
+  EXPECT_EQ(0U, received.response.GetCmd());
+  EXPECT_EQ("", received.response.GetUserBuff());
+  EXPECT_FALSE(received.response.NextRecord(record));
+  frame[frame.size() - 20] = 'x';
+  EXPECT_NE(0, received.Unpack(frame)) << "its body is broken";
+  EXPECT_EQ(0U, received.response.GetRecordCount());
   frame[0] = 'x';
-  EXPECT_EQ(OSTRAND_CODEC_ERR_MAGIC, response.Unpack(frame.data(), frame.size()));
-  EXPECT_EQ(OSTRAND_CODEC_ERR_ARGUMENT, response.Unpack(nullptr, 0));
+  EXPECT_EQ(OSTRAND_CODEC_ERR_MAGIC, received.Unpack(frame));
+  EXPECT_EQ(OSTRAND_CODEC_ERR_ARGUMENT, received.Unpack(nullptr, 0));
+}
+
+TEST(ClientResponse, IsMovedWholeAndWhatItHandedOutHolds) {
+  Received received;
+  const std::string frame =
+      Frame(OSTRAND_API_BATCH_GET_RES, [](OStrandPkg& pkg) { FillRecords(pkg.stBody.stRecords); });
+  ASSERT_EQ(0, received.Unpack(frame));
+  RecordView first;
+  ASSERT_TRUE(received.response.NextRecord(first));
+  ClientResponse moved = std::move(received.response);
+  FieldView field;
+  ASSERT_TRUE(first.FindValue("level", field));
+  EXPECT_EQ("0", field.value);
+  RecordView second;
+  ASSERT_TRUE(moved.NextRecord(second));
+  EXPECT_EQ(1, second.mark.index);
+  EXPECT_EQ(0U, received.response.GetCmd()) << "as a new one";  // NOLINT: what a moved-from one is
+  EXPECT_EQ(0U, received.response.GetRecordCount());
+  EXPECT_FALSE(received.response.NextRecord(second));
+  ASSERT_EQ(0, received.Unpack(frame));
+  ExpectThreeRecords(received.response);
+  received.response = std::move(moved);
+  EXPECT_EQ(3U, received.response.GetRecordCount());
+}
+
+TEST(ClientResponse, AHundredThousandAreAliveAtTheCostOfTheirBytes) {
+  constexpr int kAlive = 100000;
+  const std::string frame = Frame(OSTRAND_API_GET_RES, [](OStrandPkg& pkg) {
+    RecordWriter writer(pkg.stBody.stRecords);
+    writer.BeginRecord();
+    writer.AddValueField("value", std::string(100, 'v'));
+  });
+  RouterResponse routed;
+  std::vector<ClientResponse> alive(kAlive);
+  OstrandFakes::AllocationFaults faults;
+  for (ClientResponse& response : alive) {
+    routed.SetTarget(&response);
+    ASSERT_EQ(0, routed.Unpack(frame.data(), frame.size()));
+    routed.HandOver();
+  }
+  EXPECT_EQ(kAlive, faults.count()) << "its bytes, and nothing else";
+  EXPECT_LT(sizeof(ClientResponse), 400U);
+  FieldView field;
+  ASSERT_TRUE(alive[kAlive / 2].GetValue("value", field));
+  EXPECT_EQ(100U, field.value.size());
+}
+
+TEST(ClientResponse, AllocatesNothingOnceWarm) {
+  Received received;
+  const std::string frame =
+      Frame(OSTRAND_API_BATCH_GET_RES, [](OStrandPkg& pkg) { FillRecords(pkg.stBody.stRecords); });
+  const auto take_all = [&] {
+    received.routed.Unpack(frame.data(), frame.size());
+    received.routed.SetUserBuff("user", 4);
+    received.routed.HandOver();
+    RecordView record;
+    FieldView field;
+    while (received.response.NextRecord(record)) {
+      record.FindValue("level", field);
+    }
+    received.routed.BuildTimeOutRes(7, 3, "player", 8, "user", 4, 1, 2);
+    received.routed.HandOver();
+  };
+  take_all();
+  OstrandFakes::AllocationFaults faults;
+  take_all();
+  EXPECT_EQ(0, faults.count());
 }
 
 TEST(ClientResponse, SaysSoWithoutMemory) {
   OstrandFakes::AllocationFaults faults;
   faults.FailNothrow(1);
-  ClientResponse response;
+  RouterResponse without_package;
   ASSERT_TRUE(faults.struck());
   const OStrandPkg* pkg = nullptr;
-  EXPECT_EQ(ROUTER_ERR_ALLOCATION, response.Unpack("x", 1));
-  EXPECT_EQ(ROUTER_ERR_ALLOCATION, response.BuildTimeOutRes(7, 3, "player", 8, nullptr, 0, 1, 2));
-  EXPECT_EQ(ROUTER_ERR_ALLOCATION, response.GetOstrandPackagePtr(pkg));
+  EXPECT_EQ(ROUTER_ERR_ALLOCATION, without_package.GetOstrandPackagePtr(pkg));
   EXPECT_EQ(nullptr, pkg);
-  size_t len = 99;
-  EXPECT_EQ(nullptr, response.GetPkgUserBuff(&len));
-  EXPECT_EQ(0U, len);
-  EXPECT_EQ(nullptr, response.GetUserBuff(nullptr));
-  EXPECT_EQ(nullptr, response.GetTableName(nullptr));
-  EXPECT_EQ(nullptr, response.GetPerfTest(nullptr));
-  EXPECT_EQ(0U, response.GetCmd());
-  EXPECT_EQ(0U, response.GetSubCmd());
-  EXPECT_EQ(0, response.GetResult());
-  EXPECT_EQ(0, response.GetZoneId());
-  EXPECT_EQ(0, response.GetAppId());
-  EXPECT_EQ(-1, response.GetMetaVersion());
-  EXPECT_EQ(0, response.GetSequence());
-  EXPECT_EQ(0U, response.GetAsynID());
-  EXPECT_EQ(0, response.HaveMoreResPkgs());
-  EXPECT_EQ(0U, response.GetRecordCount());
-  EXPECT_EQ(0U, response.GetTTLCount());
-  EXPECT_EQ(nullptr, response.GetMetadata());
-  FieldView field;
-  EXPECT_FALSE(response.GetKey("id", field));
-  EXPECT_FALSE(response.GetValue("id", field));
-}
+  EXPECT_EQ(ROUTER_ERR_ALLOCATION, without_package.Unpack("", 0));
+  EXPECT_EQ(ROUTER_ERR_ALLOCATION,
+            without_package.BuildTimeOutRes(7, 3, "player", 8, nullptr, 0, 1, 2));
+  EXPECT_EQ(0U, without_package.GetCmd());
+  EXPECT_EQ(0U, without_package.GetSubCmd());
+  EXPECT_EQ(0, without_package.GetResult());
+  EXPECT_EQ(0, without_package.GetZoneId());
+  EXPECT_EQ(0, without_package.GetSequence());
+  EXPECT_EQ(0U, without_package.GetAsynID());
+  EXPECT_EQ(nullptr, without_package.GetTableName(nullptr));
+  EXPECT_EQ(nullptr, without_package.GetPerfTest(nullptr));
+  EXPECT_EQ(nullptr, without_package.GetPkgUserBuff(nullptr));
+  EXPECT_EQ(0, without_package.HaveMoreResPkgs());
+  without_package.HandOver();
 
-TEST(ClientResponse, ReadingAllocatesNothingOnceWarm) {
-  ClientResponse response;
-  const std::string frame =
-      Frame(OSTRAND_API_BATCH_GET_RES, [](OStrandPkg& pkg) { FillRecords(pkg.stBody.stRecords); });
+  const std::string frame = Frame(OSTRAND_API_GET_RES);
+  Received received;
+  faults.FailNothrow(1);
+  EXPECT_EQ(ROUTER_ERR_ALLOCATION, received.Unpack(frame)) << "for the bytes";
+  EXPECT_EQ(0U, received.response.GetCmd());
+  ASSERT_EQ(0, received.Unpack(frame));
   const std::string bytes(1000, 'u');
-  response.SetUserBuff(bytes.data(), 1000);
-  OstrandFakes::AllocationFaults faults;
-  for (int i = 0; i < 10; ++i) {
-    response.Unpack(frame.data(), frame.size());
-    response.SetUserBuff(bytes.data(), 1000);
-    RecordView record;
-    while (response.NextRecord(record)) {
-    }
-    response.BuildTimeOutRes(7, 3, "player", 8, bytes.data(), 1000, 1, 2);
-  }
-  EXPECT_EQ(0, faults.count());
+  faults.FailNothrow(1);
+  EXPECT_EQ(ROUTER_ERR_ALLOCATION, received.routed.SetUserBuff(bytes.data(), 1000));
+  received.routed.HandOver();
+  EXPECT_EQ(8U, received.response.GetCmd());
+  EXPECT_EQ("", received.response.GetUserBuff());
+  faults.FailNothrow(1);
+  EXPECT_EQ(ROUTER_ERR_ALLOCATION,
+            received.routed.BuildTimeOutRes(7, 3, "player", 8, bytes.data(), 1000, 1, 2));
+  received.routed.HandOver();
+  EXPECT_EQ(-20499, received.response.GetResult()) << "all else is there";
+  EXPECT_STREQ("player", received.response.GetTableName());
+  EXPECT_EQ("", received.response.GetUserBuff());
 }
 
 }  // namespace

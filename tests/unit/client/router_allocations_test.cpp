@@ -67,7 +67,7 @@ class RouterAllocations : public RouterRoundTrip, public testing::WithParamInter
   void Round() {
     for (int i = 0; i < kAtOnce; ++i) {
       Build();
-      ASSERT_EQ(!traffic.Is(kRefused | kFullQueue), router->SendRequest(&request) == 0);
+      ASSERT_EQ(!traffic.Is(kRefused | kFullQueue), SendToRouter() == 0);
     }
     Respond();
     int delivered = 0;
@@ -86,9 +86,9 @@ class RouterAllocations : public RouterRoundTrip, public testing::WithParamInter
 
   void Build() {
     Begin(traffic.cmd);
-    request.SetUserBuff(user.data(), user.size());
+    request.SetUserBuff(user);
     if (traffic.value_len > 0) {
-      request.AddValue("value", value);
+      request.Set("value", value);
     }
   }
 
@@ -98,7 +98,7 @@ class RouterAllocations : public RouterRoundTrip, public testing::WithParamInter
     while (response.NextRecord(record)) {
       record.FindValue("value", field);
     }
-    response.GetUserBuff(nullptr);
+    response.GetUserBuff();
   }
 
   // The proxy's part.
@@ -173,7 +173,7 @@ TEST_F(RouterRoundTrip, PollingForNothingAllocatesNothing) {
 // What the rounds above rely on.
 TEST_F(RouterRoundTrip, TheFirstRequestInFlightDoesAllocate) {
   AllocationFaults allocations;
-  ASSERT_EQ(0, router->SendRequest(&request));
+  ASSERT_EQ(0, SendToRouter());
   EXPECT_GT(allocations.count(), 0);
 }
 

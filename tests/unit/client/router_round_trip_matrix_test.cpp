@@ -64,7 +64,7 @@ class RouterRoundTripMatrix : public RouterRoundTrip, public testing::WithParamI
   // Sends a request and checks what travels.
   std::unique_ptr<OStrandPkg> SendIn(uint32_t cmd) {
     Begin(cmd);
-    EXPECT_EQ(0, request.SetUserBuff(user.data(), user.size()));
+    request.SetUserBuff(user);
     auto sent = Send(way.pinned ? kOtherUrl : kUrl);
     const std::string travels = UserBuffOf(*sent);
     if (IsKept(cmd)) {
@@ -220,9 +220,10 @@ TEST_P(RouterRoundTripMatrix, PackagesOutOfOrder) {
   AnswerFrom(*sent, 2, true);
   ExpectAnswer(kOutOfOrder, user);
   const OStrandPkg* pkg = nullptr;
-  response.GetOstrandPackagePtr(pkg);
+  received.GetOstrandPackagePtr(pkg);
   EXPECT_EQ(kOutOfOrder, pkg->stBody.stGetByPartKeyRes.iResult);
-  EXPECT_EQ(1, response.HaveMoreResPkgs());
+  EXPECT_EQ(1, received.HaveMoreResPkgs()) << "the router keeps its books by that";
+  EXPECT_EQ(0, response.HaveMoreResPkgs()) << "an error ends it for the application";
   AnswerFrom(*sent, 3, true);  // it goes on from there
   ExpectAnswer(0, user);
   AnswerFrom(*sent, 1, false);

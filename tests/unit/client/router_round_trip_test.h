@@ -14,6 +14,9 @@
 #include "client/client_response.h"
 #include "client/judge.h"
 #include "client/latency_data_table.h"
+#include "client/request_form.h"
+#include "client/router_request.h"
+#include "client/router_response.h"
 #include "client/statistic_mgr.h"
 #include "fakes/router_fixture.h"
 #include "protocol/codec.h"
@@ -54,18 +57,24 @@ class RouterRoundTrip : public testing::Test, public OstrandFakes::RouterFixture
   }
 
   void Begin(uint32_t cmd) {
-    ASSERT_EQ(0, request.Init(cmd, kZoneId, kTable));
-    request.SetTableSubscript(subscript);
-    request.SetTimeout(100);
+    request.Begin(cmd, kTable).Zone(kZoneId).SetTimeout(100).SetSequence(-3);
     request.SetAsynID(77);
-    request.SetSequence(-3);
-    request.SetKey("id", "42");
+    if (KeyPlaceOf(cmd) == KeyPlace::kHead) {
+      request.Key("id", "42");
+    }
+    ASSERT_EQ(0, request.Fault()) << request.FaultText();
+  }
+
+  int SendToRouter() {
+    EXPECT_EQ(0, routed.Load(request.Head(), request.Bytes()));
+    routed.SetTableSubscript(subscript);
+    return router->SendRequest(&routed);
   }
 
   // Sends the request and answers the frame that left for this proxy, unpacked.
   std::unique_ptr<OStrandPkg> Send(const char* url = kUrl) {
     mgr.At(url).ClearSent();
-    EXPECT_EQ(0, router->SendRequest(&request));
+    EXPECT_EQ(0, SendToRouter());
     const std::string frame = mgr.At(url).sent().at(0);
     auto pkg = ostrand_protocol_cs::NewOStrandPkg();
     EXPECT_EQ(0, ostrand_protocol_cs::UnpackWholeCsPkgMaybeDecompress(
@@ -103,16 +112,19 @@ class RouterRoundTrip : public testing::Test, public OstrandFakes::RouterFixture
     return frame;
   }
 
-  int32_t Receive() { return router->RecvResponse(&response, nullptr); }
+  int32_t Receive() {
+    received.SetTarget(&response);
+    const int32_t ret = router->RecvResponse(&received, nullptr);
+    if (ret == 1) {
+      received.HandOver();
+    }
+    return ret;
+  }
 
   static std::string UserBuffOf(const OStrandPkg& pkg) {
     return {pkg.stHead.szUserBuff, pkg.stHead.dwUserBuffLen};
   }
-  std::string UserBuff() {
-    size_t len = 0;
-    const char* const bytes = response.GetUserBuff(&len);
-    return {bytes, len};
-  }
+  std::string UserBuff() { return std::string(response.GetUserBuff()); }
   tagAccessRunStatus& Access(int ip = kIp) {
     return *real_statistics.GetAccessRunStatus(
         *real_statistics.GetServiceApiStatistic(kAppId, kZoneId), ip, kPort);
@@ -124,7 +136,9 @@ class RouterRoundTrip : public testing::Test, public OstrandFakes::RouterFixture
   tagTableQos qos{};
   int32_t subscript = -1;
   ClientRequest request;
+  RouterRequest routed;
   ClientResponse response;
+  RouterResponse received;
 
  private:
   ProxyServer* AddProxyAt(const char* url, int ip) {

@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <thread>
 
 namespace OstrandCommon {
 namespace {
@@ -71,6 +72,49 @@ TEST_F(ClockTest, MonotonicTimeIsNotReplaced) {
   ReplaceClock(&TestClock);
   g_now_us = -1;
   EXPECT_LE(before_ms, GetMonotonicMilliseconds());
+}
+
+// A loop's time on a thread.
+class ScriptedThreadClock : public ThreadClock {
+ public:
+  int64_t NowMicroseconds() override { return now_us; }
+  int64_t ReadMicroseconds() override { return ++now_us; }
+  int64_t NowMonotonicNanoseconds() override { return 77999999; }
+
+  int64_t now_us = 1700000000000999;
+};
+
+TEST_F(ClockTest, AThreadsOwnClockIsAskedInTheSystemsPlace) {
+  ScriptedThreadClock clock;
+  EXPECT_EQ(nullptr, SetThreadClock(&clock));
+  EXPECT_EQ(1700000000000999, GetCurrentMicroseconds());
+  EXPECT_EQ(1700000000000, GetCurrentMilliseconds());
+  EXPECT_EQ(77, GetMonotonicMilliseconds());
+  EXPECT_NE(77999999, GetMonotonicNanoseconds());
+  EXPECT_EQ(1700000000001000, ReadCurrentMicroseconds());
+  EXPECT_EQ(1700000000001000, GetCurrentMicroseconds());
+  std::thread([] { EXPECT_NE(1700000000001000, GetCurrentMicroseconds()); }).join();
+  EXPECT_EQ(&clock, SetThreadClock(nullptr));
+  EXPECT_NE(1700000000001000, GetCurrentMicroseconds());
+}
+
+TEST_F(ClockTest, AReplacedClockWinsOverAThreadsOwn) {
+  ScriptedThreadClock clock;
+  SetThreadClock(&clock);
+  ReplaceClock(&TestClock);
+  g_now_us = 5000;
+  EXPECT_EQ(5000, GetCurrentMicroseconds());
+  EXPECT_EQ(5, GetCurrentMilliseconds());
+  EXPECT_EQ(5000, ReadCurrentMicroseconds());
+  EXPECT_EQ(77, GetMonotonicMilliseconds());
+  ReplaceClock(nullptr);
+  EXPECT_EQ(1700000000000999, GetCurrentMicroseconds());
+  SetThreadClock(nullptr);
+}
+
+TEST_F(ClockTest, WithoutAClockOfTheThreadReadingAfreshIsReadingTheSystems) {
+  const int64_t before_us = GetCurrentMicroseconds();
+  EXPECT_LE(before_us, ReadCurrentMicroseconds() + 1000);
 }
 
 }  // namespace

@@ -53,10 +53,10 @@ TEST(FleetLoop, StartsOnceAndStopsAnyNumberOfTimes) {
 TEST(FleetLoop, TimersFireInTheOrderOfTheirTimes) {
   FleetLoop loop;
   std::vector<int> fired;
-  Timer late(loop, [&] { fired.push_back(3); });
-  Timer early(loop, [&] { fired.push_back(1); });
-  Timer cancelled(loop, [&] { fired.push_back(9); });
-  Timer same(loop, [&] { fired.push_back(2); });
+  Timer late(loop.net(), [&] { fired.push_back(3); });
+  Timer early(loop.net(), [&] { fired.push_back(1); });
+  Timer cancelled(loop.net(), [&] { fired.push_back(9); });
+  Timer same(loop.net(), [&] { fired.push_back(2); });
   loop.Run([&] {
     // Far apart: time goes by between these lines, too.
     late.SetIn(240);
@@ -78,7 +78,7 @@ TEST(FleetLoop, ATimerThatSetsItselfAgainLetsOthersRun) {
   FleetLoop loop;
   int rounds = 0;
   Timer* self = nullptr;
-  Timer again(loop, [&] {
+  Timer again(loop.net(), [&] {
     ++rounds;
     self->SetIn(0);
   });
@@ -122,10 +122,10 @@ TEST(FleetLoop, EventsGoToTheirHandlerUntilItIsUnwatched) {
   ASSERT_EQ(pipe(ends), 0);
   Handler handler;
   handler.fd = ends[0];
-  loop.Run([&] { EXPECT_EQ(loop.Watch(ends[0], EPOLLIN, &handler), 0); });
+  loop.Run([&] { EXPECT_EQ(loop.net().Watch(ends[0], EPOLLIN, &handler), 0); });
   EXPECT_EQ(write(ends[1], "abc", 3), 3);
   EXPECT_TRUE(loop.WaitFor(kPatience, [&] { return handler.bytes == 3; }));
-  loop.Run([&] { loop.Unwatch(ends[0]); });
+  loop.Run([&] { loop.net().Unwatch(ends[0], &handler); });
   EXPECT_EQ(write(ends[1], "d", 1), 1);
   loop.Run([] {});
   EXPECT_EQ(handler.bytes, 3);

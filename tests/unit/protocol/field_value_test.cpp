@@ -86,8 +86,7 @@ TEST(FieldValue, IntegersChangeTheirTypeWithinItsRange) {
       ConvertInteger(VexFieldType::kInt64, Stored(int64_t{-1}), VexFieldType::kUint64, out));
   EXPECT_FALSE(
       ConvertInteger(VexFieldType::kInt64, Stored(int64_t{256}), VexFieldType::kUint8, out));
-  EXPECT_FALSE(
-      ConvertInteger(VexFieldType::kInt64, Stored(int64_t{1}), VexFieldType::kFloat, out));
+  EXPECT_FALSE(ConvertInteger(VexFieldType::kInt64, Stored(int64_t{1}), VexFieldType::kFloat, out));
   EXPECT_FALSE(ConvertInteger(VexFieldType::kString, "1", VexFieldType::kInt64, out));
 }
 
@@ -129,12 +128,12 @@ TEST(FieldValue, TextsAndBytesMeet) {
 
 TEST(FieldValue, RefusesTextsThatAreNoneOfTheType) {
   const std::pair<VexFieldType, const char*> refused[] = {
-      {VexFieldType::kInt8, "128"},     {VexFieldType::kInt8, "-129"},
-      {VexFieldType::kUint8, "-1"},     {VexFieldType::kUint8, "256"},
-      {VexFieldType::kInt32, ""},       {VexFieldType::kInt32, "1x"},
-      {VexFieldType::kInt32, " 1"},     {VexFieldType::kUint64, "18446744073709551616"},
-      {VexFieldType::kFloat, "1e99"},   {VexFieldType::kDouble, "one"},
-      {VexFieldType::kBlob, "0"},       {VexFieldType::kBlob, "zz"},
+      {VexFieldType::kInt8, "128"},   {VexFieldType::kInt8, "-129"},
+      {VexFieldType::kUint8, "-1"},   {VexFieldType::kUint8, "256"},
+      {VexFieldType::kInt32, ""},     {VexFieldType::kInt32, "1x"},
+      {VexFieldType::kInt32, " 1"},   {VexFieldType::kUint64, "18446744073709551616"},
+      {VexFieldType::kFloat, "1e99"}, {VexFieldType::kDouble, "one"},
+      {VexFieldType::kBlob, "0"},     {VexFieldType::kBlob, "zz"},
   };
   for (const auto& [type, text] : refused) {
     std::string bytes;
