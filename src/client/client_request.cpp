@@ -14,7 +14,6 @@ using namespace ostrand_protocol_cs;  // NOLINT: what a request is made of
 namespace {
 
 constexpr size_t kRecordsHeadLen = 2 * sizeof(uint32_t);  // number and bytes, before the records
-constexpr size_t kEntriesHeadLen = sizeof(uint32_t);      // number, before the entries
 constexpr size_t kKeySetHeadLen = 2 * sizeof(uint32_t);   // version and number, before the fields
 constexpr size_t kTTLLen = sizeof(int64_t);
 constexpr char kZeros[8] = {};

@@ -33,7 +33,7 @@ constexpr int64_t kIdleMs = 1000;
 }  // namespace
 
 // What a zone's connections do to it.
-class Service::ZoneEvents : public ConnectorEvents {
+class Service::ZoneEvents final : public ConnectorEvents {
  public:
   ZoneEvents(Service& service, Zone& zone) : m_service(service), m_zone(zone) {}
 
@@ -70,7 +70,7 @@ class Service::ZoneEvents : public ConnectorEvents {
   Zone& m_zone;
 };
 
-class Service::DirectoryEvents : public ConnectorEvents {
+class Service::DirectoryEvents final : public ConnectorEvents {
  public:
   explicit DirectoryEvents(Service& service) : m_service(service) {}
 
