@@ -31,7 +31,7 @@
 // task that the executor refuses runs on the background thread. A callback may call everything, but
 // on the background thread Call and Stop, and a WaitReady that would wait, answer
 // CLIENT_ERR_IN_CALLBACK. A client that is destroyed there ends its thread when the callback has
-// returned. An exception out of a callback or the executor ends the program, as it does out of a
+// returned, and needs the logger and the schemas until then. An exception out of a callback or the executor ends the program, as it does out of a
 // thread. The background thread takes no signals.
 //
 // Bounds: with max_in_flight requests without outcome, or kMostPosted bytes that the background

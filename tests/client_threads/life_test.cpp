@@ -13,6 +13,7 @@
 #include "client_threads/threads_kit.h"
 #include "common/clock.h"
 #include "fakes/forwarding_system.h"
+#include "fakes/sanitizers.h"
 
 namespace OstrandTests {
 namespace {
@@ -210,7 +211,9 @@ TEST_F(ClientLife, CallAndStopInACallbackAreRefused) {
 TEST_F(ClientLife, DestroyedInACallbackItsThreadEndsByItself) {
   StartFleet();
   const size_t threads = CountEntries("/proc/self/task");
-  StartClient();
+  ClientOptions options = Options();
+  options.logger = nullptr;  // the thread may log when the test is over
+  StartClient(options);
   KeepAnswersBack();
   Tally outcomes;
   int32_t other_result = 0;
@@ -366,7 +369,9 @@ TEST_F(ClientLife, AChildForkedInACallbackEndsWithIt) {
   ASSERT_GT(child, 0);
   int status = 0;
   ASSERT_EQ(waitpid(child, &status, 0), child);
-  EXPECT_TRUE(WIFEXITED(status));
+  if (!OstrandFakes::kThreadSanitizer) {  // which cannot end a thread in such a child
+    EXPECT_TRUE(WIFEXITED(status)) << WTERMSIG(status);
+  }
   EXPECT_EQ(m_client->Call(Write(2), m_response), 0);
   EXPECT_EQ(m_response.GetResult(), 0);
 }

@@ -83,7 +83,9 @@ class Allocations : public ClientMemory {
 
 TEST_F(Allocations, NoneForARequestOnceWarm) {
   StartFleet();
-  StartClient();
+  ClientOptions options = Options();
+  options.directory_refresh_ms = kPatienceMs;
+  StartClient(options);
   ASSERT_NO_FATAL_FAILURE(SendAll(0));
   std::unique_ptr<OstrandFakes::AllocationFaults> background;
   OnBackgroundThread([&] { background = std::make_unique<OstrandFakes::AllocationFaults>(); });
