@@ -31,8 +31,8 @@
 // task that the executor refuses runs on the background thread. A callback may call everything, but
 // on the background thread Call and Stop, and a WaitReady that would wait, answer
 // CLIENT_ERR_IN_CALLBACK. A client that is destroyed there ends its thread when the callback has
-// returned, and needs the logger and the schemas until then. An exception out of a callback or the executor ends the program, as it does out of a
-// thread. The background thread takes no signals.
+// returned, and needs the logger and the schemas until then. An exception out of a callback or the
+// executor ends the program, as it does out of a thread. The background thread takes no signals.
 //
 // Bounds: with max_in_flight requests without outcome, or kMostPosted bytes that the background
 // thread has not taken yet, Send answers CLIENT_ERR_TOO_MANY at once. At the bounds of waiting and

@@ -36,7 +36,7 @@ void ClientLoop::Run() {
     if (InChild()) {  // a callback forked, and this is the child's only thread
       return;
     }
-    Finish();
+    FinishRun();
     while (m_wakers.load() != 0) {  // at most a system call's time
       sched_yield();
     }
@@ -67,7 +67,7 @@ void ClientLoop::Round() {
 }
 
 // Ends all that is left with CLIENT_ERR_CANCELLED, and answers whoever waits for something else.
-void ClientLoop::Finish() {
+void ClientLoop::FinishRun() {
   m_is_finishing = true;
   {
     const ScopedLock lock(m_mutex);
@@ -219,10 +219,16 @@ void ClientLoop::RetryHeld() {
 
 void ClientLoop::AnswerQuestions() {
   for (const std::shared_ptr<Question>& question : m_taken.questions) {
-    (*question->work)(*m_core);
-    question->waiter.Wake(0);
+    int ret = 0;
+    try {
+      (*question->work)(*m_core);
+    } catch (const std::bad_alloc&) {
+      ret = ROUTER_ERR_ALLOCATION;
+    }
+    question->waiter.Wake(ret);
   }
   m_taken.questions.clear();
+  m_ready_waiters.reserve(m_ready_waiters.size() + m_taken.ready_waiters.size());
   for (std::shared_ptr<Waiter>& waiter : m_taken.ready_waiters) {
     m_ready_waiters.push_back(std::move(waiter));
   }

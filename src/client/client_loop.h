@@ -74,7 +74,8 @@ class ClientLoop {
   bool Cancel(uint64_t id);
   int WaitReady(int timeout_ms);
 
-  // Asks the core something on its thread, and waits for that. 0; CLIENT_ERR_NOT_STARTED.
+  // Asks the core something on its thread, and waits for that. 0; CLIENT_ERR_NOT_STARTED;
+  // ROUTER_ERR_ALLOCATION.
   int Ask(const std::function<void(ClientCore&)>& question);
   ClientCounters Counters();
   size_t InFlight() const { return m_in_flight.load(); }
@@ -115,7 +116,7 @@ class ClientLoop {
   void Run();
   bool IsOver();
   void Round();
-  void Finish();
+  void FinishRun();
   void TakePosted();
   void TakeRecord(const PostQueue::Post& post, const RequestHead* head, const char* bytes);
   void TakeRequest(Ticket& ticket, const RequestHead& head, const char* bytes);

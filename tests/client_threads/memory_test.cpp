@@ -17,9 +17,8 @@ using namespace OstrandService;  // NOLINT: the library under test
 using ClientMemory = ClientThreads;
 
 TEST_F(ClientMemory, AHundredThousandResponsesMayBeKept) {
-  constexpr size_t kResponses = OstrandFakes::kAddressSanitizer || OstrandFakes::kThreadSanitizer
-                                    ? 10000
-                                    : 100000;
+  constexpr size_t kResponses =
+      OstrandFakes::kAddressSanitizer || OstrandFakes::kThreadSanitizer ? 10000 : 100000;
   StartFleet();
   StartClient();
   ASSERT_EQ(m_client->Call(Write(1, std::string(100, 'x')), m_response), 0);

@@ -90,8 +90,7 @@ TEST_F(ClientSend, ACallbackIsToldOfEachPackageInOrder) {
                            }),
             0);
   whole.WaitFor(1);
-  EXPECT_EQ(packages,
-            (std::vector<std::pair<uint32_t, int>>{{0, 1}, {1, 1}, {2, 1}, {3, 0}}));
+  EXPECT_EQ(packages, (std::vector<std::pair<uint32_t, int>>{{0, 1}, {1, 1}, {2, 1}, {3, 0}}));
 }
 
 TEST_F(ClientSend, ForWholeCallsBackOnceWithAllPackages) {
@@ -294,8 +293,8 @@ TEST_F(ClientSend, OnTheExecutorCallbacksMayCall) {
   options.executor = [&tasks](std::function<void()> task) { return tasks.Add(std::move(task)); };
   StartClient(options);
   int code = -1;
-  ASSERT_EQ(m_client->Send(
-                Write(1), [&](ClientResponse&) { code = m_client->Call(Write(2), m_response); }),
+  ASSERT_EQ(m_client->Send(Write(1),
+                           [&](ClientResponse&) { code = m_client->Call(Write(2), m_response); }),
             0);
   tasks.RunOne();
   EXPECT_EQ(code, 0);
@@ -308,9 +307,9 @@ TEST_F(ClientSend, ATaskOfTheExecutorMayOutliveTheClient) {
   options.executor = [&tasks](std::function<void()> task) { return tasks.Add(std::move(task)); };
   StartClient(options);
   int32_t result = -1;
-  ASSERT_EQ(m_client->Send(Write(1),
-                           [&](ClientResponse& response) { result = response.GetResult(); }),
-            0);
+  ASSERT_EQ(
+      m_client->Send(Write(1), [&](ClientResponse& response) { result = response.GetResult(); }),
+      0);
   EXPECT_EQ(m_client->Stop(kPatienceMs), 0);
   m_client.reset();
   tasks.RunOne();

@@ -127,7 +127,9 @@ class ClientStorm : public ClientThreads, public testing::WithParamInterface<boo
         last_id = request.GetAsynID();
         break;
       case 11:
-      case 12: Book(m_client->SendForWhole(request, [this](ClientResponse&) { ++m_outcomes; })); break;
+      case 12:
+        Book(m_client->SendForWhole(request, [this](ClientResponse&) { ++m_outcomes; }));
+        break;
       default:
         Book(m_client->Send(request, [this](ClientResponse& answer) {
           m_outcomes += answer.HaveMoreResPkgs() == 0 ? 1 : 0;
