@@ -1,4 +1,4 @@
-// Requests in coroutines. C++20; header only; nothing of the library needs it.
+// Requests in coroutines. C++20, and empty without; header only; nothing of the library needs it.
 //
 //   Task Example(Client& client) {
 //     ClientResponse response = co_await Request(client, Get("user").Key("id", 42));
@@ -19,9 +19,7 @@
 
 #include <version>
 
-#if !defined(__cpp_impl_coroutine) || !defined(__cpp_lib_coroutine)
-#error "client/awaitable.h needs C++20 coroutines"
-#endif
+#if defined(__cpp_impl_coroutine) && defined(__cpp_lib_coroutine)
 
 #include <coroutine>
 #include <utility>
@@ -66,3 +64,5 @@ inline RequestAwaiter Request(Client& client, ClientRequest&& request) {
 }
 
 }  // namespace OstrandService
+
+#endif
