@@ -43,6 +43,9 @@ class ClientCore final : private ServiceListener {
   const TableCatalog& Catalog() const { return m_catalog; }
   Service& GetService() { return m_service; }
 
+  // Whether a request is larger than a connection can ever take. Any thread.
+  static bool IsTooLarge(const RequestHead& head, const ClientOptions& options);
+
   // 0, or why the system gives no descriptors or memory.
   int Start();
 

@@ -50,8 +50,12 @@ bool HasPositionOfItsOwn(const OStrandPkg& pkg) {
 
 }  // namespace
 
+bool ClientCore::IsTooLarge(const RequestHead& head, const ClientOptions& options) {
+  return head.BytesLen() + kMostHead > TcpConnector::MostRoom(options.buffer_limit);
+}
+
 int ClientCore::Send(const RequestHead& head, const char* bytes, uint64_t& id) {
-  if (head.BytesLen() + kMostHead > TcpConnector::MostRoom(m_options.buffer_limit)) {
+  if (IsTooLarge(head, m_options)) {
     return CLIENT_ERR_TOO_LARGE;
   }
   PendingRequest* request = nullptr;

@@ -96,6 +96,9 @@ const char* CheckOptions(const ClientOptions& options) {
   if (options.directory_refresh_ms < 1) {
     return "directory_refresh_ms must be at least 1";
   }
+  if (options.max_answer_bytes < 1) {
+    return "max_answer_bytes must be at least 1";
+  }
   return CheckTables(options);
 }
 

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -47,6 +48,13 @@ struct ClientOptions {
   int32_t perf_sample_percent = 0;      // share of simple requests whose way is measured
   bool keep_user_buffers = false;       // user buffers stay here instead of travelling
   int64_t directory_refresh_ms = 5000;
+
+  // Of Client alone. What runs callbacks in the place of its background thread: takes a task, keeps
+  // it, runs it once, on any thread; or refuses with false, and the background thread runs it. It is
+  // called on the background thread. A task may run after its client is gone. Empty: none.
+  std::function<bool(std::function<void()> task)> executor;
+  // Of Client alone: memory of the packages that Call and futures collect of one answer.
+  size_t max_answer_bytes = size_t{64} << 20;
 };
 
 // What is wrong with the options, or null when nothing is.

@@ -28,7 +28,9 @@ ClientResponse::ClientResponse(ClientResponse&& other) noexcept
     : m_head(std::exchange(other.m_head, ResponseHead())),
       m_bytes(std::move(other.m_bytes)),
       m_reader(std::exchange(other.m_reader, RecordReader())),
-      m_is_reading(std::exchange(other.m_is_reading, false)) {}
+      m_is_reading(std::exchange(other.m_is_reading, false)),
+      m_packages(std::move(other.m_packages)),
+      m_next_package(std::exchange(other.m_next_package, 0)) {}
 
 ClientResponse& ClientResponse::operator=(ClientResponse&& other) noexcept {
   if (this != &other) {
@@ -36,6 +38,8 @@ ClientResponse& ClientResponse::operator=(ClientResponse&& other) noexcept {
     m_bytes = std::move(other.m_bytes);
     m_reader = std::exchange(other.m_reader, RecordReader());
     m_is_reading = std::exchange(other.m_is_reading, false);
+    m_packages = std::move(other.m_packages);
+    m_next_package = std::exchange(other.m_next_package, 0);
   }
   return *this;
 }
@@ -43,6 +47,24 @@ ClientResponse& ClientResponse::operator=(ClientResponse&& other) noexcept {
 void ClientResponse::Clear() {
   m_head = ResponseHead();
   m_is_reading = false;
+  m_packages.clear();
+  m_next_package = 0;
+}
+
+bool ClientResponse::NextPackage() {
+  if (m_next_package >= m_packages.size()) {
+    return false;
+  }
+  ClientResponse& next = m_packages[m_next_package++];
+  std::swap(m_head, next.m_head);
+  std::swap(m_bytes, next.m_bytes);
+  std::swap(m_reader, next.m_reader);
+  m_is_reading = false;
+  return true;
+}
+
+void ClientResponse::AppendPackage(ClientResponse&& package) {
+  m_packages.push_back(std::move(package));
 }
 
 int ClientResponse::SetOutcome(const OutcomeHead& outcome) {

@@ -21,6 +21,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string_view>
+#include <vector>
 
 #include "client/response_bytes.h"
 #include "common/export.h"
@@ -116,6 +117,14 @@ class OSTRAND_API ClientResponse {
   // request's last outcome.
   int HaveMoreResPkgs() const { return m_head.has_more && m_head.result == 0 ? 1 : 0; }
 
+  // Of an answer whose packages a client collected (Client::Call and futures): makes this its next
+  // package; false when this is the last one. What was handed out of earlier ones stays valid.
+  //
+  //   do {
+  //     while (response.NextRecord(record)) { ... }
+  //   } while (response.NextPackage());
+  bool NextPackage();
+
   // Records in this package; 0 for commands without.
   uint32_t GetRecordCount() const;
   // The next record, from the first on; false behind the last. Each record says in its mark what
@@ -146,6 +155,9 @@ class OSTRAND_API ClientResponse {
   // for table and user bytes: the outcome stands, but has none of them.
   int SetOutcome(const OutcomeHead& outcome);
   void SetAsynID(uint64_t async_id) { m_head.async_id = async_id; }
+  // May throw std::bad_alloc; then nothing is changed.
+  void AppendPackage(ClientResponse&& package);
+  // Of this package.
   size_t SizeInMemory() const { return sizeof(*this) + m_bytes.size(); }
   // No outcome; the room stays.
   void Clear();
@@ -161,6 +173,9 @@ class OSTRAND_API ClientResponse {
   ResponseBytes m_bytes;
   RecordReader m_reader;
   bool m_is_reading = false;  // from the first NextRecord on
+  // What NextPackage goes through: from m_next_package on those to come, before it those that were.
+  std::vector<ClientResponse> m_packages;
+  size_t m_next_package = 0;
 };
 
 static_assert(sizeof(ClientResponse) < 400);

@@ -69,9 +69,9 @@ class PendingRequests {
   // An id for another try.
   uint64_t NewId(const PendingRequest& request);
 
-  uint32_t SlotOf(const PendingRequest& request) const {
-    return static_cast<uint32_t>(request.id & kSlotMask);
-  }
+  // The slot that an id names; there are never more than were ever in use at once.
+  static uint32_t SlotOfId(uint64_t id) { return static_cast<uint32_t>(id & kSlotMask); }
+  uint32_t SlotOf(const PendingRequest& request) const { return SlotOfId(request.id); }
   PendingRequest& At(uint32_t slot) { return m_blocks[slot / kBlock][slot % kBlock]; }
 
   void Append(RequestChain& chain, PendingRequest& request);

@@ -61,6 +61,11 @@ void BackgroundThread::Join() {
   }
 }
 
+void BackgroundThread::Detach() {
+  pthread_detach(m_thread);
+  m_running = false;
+}
+
 int BackgroundThread::StartDetached(const char* name, std::function<void()> work) {
   pthread_attr_t attributes;
   pthread_attr_init(&attributes);

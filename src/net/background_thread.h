@@ -29,6 +29,8 @@ class OSTRAND_API BackgroundThread {
   int Start(const char* name, std::function<void()> work);
   // Waits for the end of the work; nothing when it was not started.
   void Join();
+  // From now on nobody waits for it: it ends by itself. Also on the thread. REQUIRES: running.
+  void Detach();
   bool IsRunning() const { return m_running; }
   bool IsCurrent() const { return m_running && pthread_equal(pthread_self(), m_thread) != 0; }
 

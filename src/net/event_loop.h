@@ -82,6 +82,8 @@ class OSTRAND_API EventLoop : private OstrandCommon::ThreadClock {
   void Post(std::function<void()> task);
   // Ends a wait of the loop, or its next one. Costs nothing while the loop does not sleep.
   void Wake();
+  // As Wake, for work that the question below tells of: a loop that is awake finds it by itself.
+  void WakeIfAsleep() { RaiseWake(); }
   // Whether there is work that other threads gave, asked before the loop sleeps; null: none.
   void SetWorkQuestion(std::function<bool()> has_work) { m_has_work = std::move(has_work); }
 
