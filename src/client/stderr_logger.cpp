@@ -6,7 +6,6 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "common/clock.h"
 
 namespace OstrandService {
 namespace {
@@ -27,7 +26,7 @@ void StderrLogger::Log(OstrandCommon::LogLevel level, int reserved, int module_i
   }
   char text[4096];
   const auto size = static_cast<int>(sizeof(text)) - 1;  // the last byte is for the line's end
-  const int64_t now_ms = OstrandCommon::GetCurrentMilliseconds();
+  const int64_t now_ms = m_system.WallMicroseconds() / 1000;
   int length = std::snprintf(
       text, sizeof(text), "%lld.%03d %s [%d] %s:%d %s: ", static_cast<long long>(now_ms / 1000),
       static_cast<int>(now_ms % 1000), LevelName(level), module_id, file, line, function);

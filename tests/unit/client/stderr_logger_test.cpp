@@ -9,7 +9,7 @@
 #include <thread>
 #include <vector>
 
-#include "fakes/fake_clock.h"
+#include "fakes/fake_system.h"
 
 namespace OstrandService {
 namespace {
@@ -24,8 +24,9 @@ std::string Written(StderrLogger& logger, LogLevel level, const char* format, Ar
 }
 
 TEST(StderrLogger, WritesTimeLevelModulePlaceAndText) {
-  const OstrandFakes::FakeClock clock(1700000000042);
-  StderrLogger logger(OSTRAND_LOG_LEVEL_TRACE);
+  OstrandFakes::FakeSystem system;
+  system.StepWallMs(1700000000042 - OstrandFakes::FakeSystem::kStartWallMs);
+  StderrLogger logger(OSTRAND_LOG_LEVEL_TRACE, system);
   EXPECT_EQ(Written(logger, OSTRAND_LOG_LEVEL_WARN, "%d of %s", 3, "four"),
             "1700000000.042 WARN [42] src/client/x:7 Function: 3 of four\n");
 }
@@ -42,8 +43,9 @@ TEST(StderrLogger, NamesEachLevel) {
       {OSTRAND_LOG_LEVEL_INFO, "INFO"},   {OSTRAND_LOG_LEVEL_DEBUG, "DEBUG"},
       {OSTRAND_LOG_LEVEL_TRACE, "TRACE"},
   };
-  const OstrandFakes::FakeClock clock(1000);
-  StderrLogger logger(OSTRAND_LOG_LEVEL_TRACE);
+  OstrandFakes::FakeSystem system;
+  system.StepWallMs(1000 - OstrandFakes::FakeSystem::kStartWallMs);
+  StderrLogger logger(OSTRAND_LOG_LEVEL_TRACE, system);
   for (const Named& named : kNamed) {
     EXPECT_EQ(Written(logger, named.level, "%s", "text"),
               std::string("1.000 ") + named.name + " [42] src/client/x:7 Function: text\n");
@@ -108,8 +110,9 @@ TEST(StderrLogger, StandsALongPlaceToo) {
 }
 
 TEST(StderrLogger, WritesTheLinesOfAllThreadsWhole) {
-  const OstrandFakes::FakeClock clock(1000);
-  StderrLogger logger(OSTRAND_LOG_LEVEL_WARN);
+  OstrandFakes::FakeSystem system;
+  system.StepWallMs(1000 - OstrandFakes::FakeSystem::kStartWallMs);
+  StderrLogger logger(OSTRAND_LOG_LEVEL_WARN, system);
   constexpr int kThreads = 4;
   constexpr int kLines = 200;
   testing::internal::CaptureStderr();
