@@ -1,4 +1,4 @@
-// A blocking get: one request at a time, the simplest way to use the client.
+// A blocking get: the simplest way to use the client. Any number of threads may call at once.
 //
 //   example_blocking_get [directory url]     as tcp://127.0.0.1:9000
 //
@@ -7,7 +7,7 @@
 #include <iostream>
 #include <string>
 
-#include "client/polling_client.h"
+#include "client/client.h"
 #include "client/error_text.h"
 #include "fleet/fleet.h"
 
@@ -19,10 +19,10 @@ constexpr int32_t kZone = 1;
 constexpr char kTable[] = "user";
 constexpr int kNoSuchRecord = -7949;
 
-// One call. What Call returns tells whether an answer came; what the answer says is in its result.
-// A request that got no answer in time has the result ClientResponse::kResultTimeOut: then nobody
+// One call. What Call returns tells whether the request was accepted; what became of it is in the
+// outcome's result. One that got no answer in time has ClientResponse::kResultTimeOut: then nobody
 // knows whether it was carried out.
-int Do(PollingClient& client, ClientRequest& request, ClientResponse& response) {
+int Do(Client& client, ClientRequest& request, ClientResponse& response) {
   const int ret = client.Call(request, response);
   return ret != 0 ? ret : response.GetResult();
 }
@@ -39,7 +39,7 @@ int Run(const std::string& directory_url) {
   options.directory_urls = {directory_url};  // several are tried in turn
   options.tables = {{kTable, kZone, nullptr}};
   options.signature = "a signature";
-  PollingClient client(options);
+  Client client(options);
 
   // Start returns at once. WaitReady returns when enough proxies have accepted the sign-up.
   int ret = client.Start();

@@ -10,7 +10,7 @@
 #include <mutex>
 #include <string>
 
-#include "client/polling_client.h"
+#include "client/client.h"
 #include "client/error_text.h"
 #include "fleet/fleet.h"
 
@@ -18,8 +18,8 @@ namespace {
 
 using OstrandCommon::LogLevel;
 
-// Log and IsPriorityEnabled are called by the application's thread and by the network thread at the
-// same time: what they share is locked or constant. They must be quick and must not call the
+// Log and IsPriorityEnabled are called by the client's background thread, and by any other that is
+// inside the client: what they share is locked or constant. They must be quick and must not call the
 // library.
 class CountingLogger : public OstrandCommon::Logger {
  public:
@@ -79,7 +79,7 @@ int Run(const std::string& directory_url) {
   options.directory_urls = {directory_url};
   options.tables = {{"user", 1, nullptr}};
   options.signature = "a signature";
-  OstrandService::PollingClient client(options);
+  OstrandService::Client client(options);
   int ret = client.Start();
   ret = ret != 0 ? ret : client.WaitReady(5000);
   if (ret != 0) {

@@ -1,5 +1,6 @@
 // Pipelined use: many requests in flight, up to a window. It is what makes a client fast, since
-// requests that are in flight together share system calls and wake-ups.
+// requests that are in flight together share system calls and wake-ups. The client is the one without
+// a thread of its own: all happens inside its calls.
 //
 //   example_pipelined [directory url]     as tcp://127.0.0.1:9000
 //
@@ -9,8 +10,8 @@
 #include <iostream>
 #include <string>
 
-#include "client/polling_client.h"
 #include "client/error_text.h"
+#include "client/polling_client.h"
 #include "fleet/fleet.h"
 
 using namespace OstrandService;  // NOLINT: the whole program is about it
@@ -50,7 +51,7 @@ int SendAll(PollingClient& client, bool is_write) {
   int right = 0;
   while (next < kRecords || client.InFlight() > 0) {
     // Fill the window, then take what is there: requests so leave, and answers come, many at a
-    // time. A Receive behind each Send would send each one by itself.
+    // time. A Receive after each Send would send each one by itself.
     while (next < kRecords && client.InFlight() < kWindow) {
       const int ret = Send(client, request, is_write, next);
       if (ret != 0) {

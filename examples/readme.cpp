@@ -1,6 +1,6 @@
 #include <iostream>
 
-#include "client/polling_client.h"
+#include "client/client.h"
 #include "client/error_text.h"
 #include "fleet/fleet.h"
 
@@ -12,10 +12,7 @@ int main() {
   fleet_options.proxies = 3;
   fleet_options.create_unknown_tables = true;
   OstrandFleet::Fleet fleet(fleet_options);
-  if (fleet.Start() != 0) {
-    std::cerr << fleet.Error() << "\n";
-    return 1;
-  }
+  fleet.Start();
 
   ClientOptions options;
   options.app_id = 7;
@@ -23,30 +20,17 @@ int main() {
   options.directory_urls = {fleet.DirectoryUrl()};
   options.tables = {{"user", 1, nullptr}};
   options.signature = "a signature";
-  PollingClient client(options);
-  int ret = client.Start();
-  if (ret == 0) {
-    ret = client.WaitReady(5000);
-  }
+  Client client(options);
+  client.Start();
 
   ClientResponse response;
-  if (ret == 0) {
-    ret = client.Call(Insert("user").Key("id", 42).Set("name", "Ada"), response);
-  }
-  if (ret == 0) {
-    ret = client.Call(Get("user").Key("id", 42), response);  // of the sending
-  }
-  if (ret == 0) {
-    ret = response.GetResult();  // of the get itself
-  }
-  std::string_view name;
-  if (ret == 0) {
-    ret = response.Get("name", name);  // points into the response
-  }
-  if (ret != 0) {
+  client.Call(Replace("user").Key("id", 42).Set("name", "Ada"), response);
+  int ret = client.Call(Get("user").Key("id", 42), response);  // 0: the response is its outcome
+  if (ret != 0 || (ret = response.GetResult()) != 0) {
     std::cerr << ErrorText(ret) << "\n";
     return 1;
   }
+  std::string_view name;
+  response.Get("name", name);  // points into the response
   std::cout << "42 is " << name << "\n";
-  return 0;
 }

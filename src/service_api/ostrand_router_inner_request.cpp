@@ -164,7 +164,7 @@ int OstrandRouter::FillAppSignup(const char* signature, OStrandPkg* pkg) {
 }
 
 void OstrandRouter::FillHeartBeat(ProxyServer* server, OStrandPkg* pkg) {
-  const int64_t now_us = OstrandCommon::GetCurrentMicroseconds();
+  const int64_t now_us = OstrandCommon::ReadCurrentMicroseconds();
   OStrandHeartBeatReq& body = pkg->stBody.stHeartBeatReq;
   vex_utctime_to_vexdatetime(&body.tCurTime, static_cast<time_t>(now_us / 1000000));
   SetHeartbeatAlarm(pkg);

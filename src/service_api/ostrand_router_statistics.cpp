@@ -266,7 +266,7 @@ void OstrandRouter::PerfSampling(OstrandServiceRequest* request) {
   }
   PerfTest perf{};
   perf.dwVersion = PerfTest::kCurrentVersion;
-  perf.ullApiSendTime = static_cast<uint64_t>(OstrandCommon::GetCurrentMicroseconds());
+  perf.ullApiSendTime = static_cast<uint64_t>(OstrandCommon::ReadCurrentMicroseconds());
   char buffer[OSTRAND_MAX_PERF_TEST_LEN];
   size_t used = 0;
   int ret = perf.pack(buffer, sizeof(buffer), &used, PerfTest::kCurrentVersion);
