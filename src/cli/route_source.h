@@ -6,7 +6,7 @@
 //   fleet.txt                               the zone's proxies in a fleet file (docs/fleet.md)
 //
 // As clients do, it leaves out a url that is there twice, and what stands behind the 200th.
-// Threads: one at a time; asking a directory makes a network thread and ends it.
+// Threads: one at a time; asking a directory runs a loop on the caller's.
 #pragma once
 
 #include <cstdint>

@@ -138,11 +138,11 @@ TEST_F(SignupResTest, DoesNotCountAsASignOfLife) {
   EXPECT_EQ(last_recv_ms, proxy->last_recv_ms);
 }
 
-TEST_F(SignupResTest, SucceedsWithoutAConnector) {
+TEST_F(SignupResTest, IsDroppedForAProxyWithoutAConnector) {
   OSTRNET::CConnector* const connector = proxy->connector;
   proxy->connector = nullptr;
-  EXPECT_EQ(1, Dispatch(kUsing, SignupRes(0)));
-  EXPECT_TRUE(proxy->auth_succeed);
+  EXPECT_EQ(0, Dispatch(kUsing, SignupRes(0)));
+  EXPECT_FALSE(proxy->auth_succeed);
   EXPECT_TRUE(Accesses().empty());
   proxy->connector = connector;
 }
