@@ -156,7 +156,8 @@ int64_t ClientCore::NextDueMs() {
 }
 
 bool ClientCore::HasWork() {
-  return m_may_have_outcome || !m_ended.empty() || NextDueMs() <= m_loop.NowMs();
+  return !m_ended.empty() || (m_may_have_outcome && m_pending.size() != 0) ||
+         NextDueMs() <= m_loop.NowMs();
 }
 
 ClientCore::Taken ClientCore::TakeOutcome(ClientResponse& response) {

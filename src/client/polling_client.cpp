@@ -279,9 +279,6 @@ int PollingClient::Update() {
 int64_t PollingClient::NextDueMs() {
   int64_t left_ms = 0;
   Run([&left_ms](Impl& impl) {
-    if (!impl.kept.empty() || impl.core->HasWork()) {
-      return 0;
-    }
     impl.core->Loop().LookAtClock();
     left_ms = std::max<int64_t>(impl.core->NextDueMs() - impl.core->Loop().NowMs(), 0);
     return 0;

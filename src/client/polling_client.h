@@ -104,7 +104,7 @@ class OSTRAND_API PollingClient {
   // Does what is due, without waiting.
   int Update();
 
-  // Milliseconds until Update has something to do by the clock; 0: now.
+  // Milliseconds until Update, or Receive for a time-out, has something to do by the clock; 0: now.
   int64_t NextDueMs();
 
   // A descriptor for the owner's own loop, readable while Receive has something to do; it is never
