@@ -14,17 +14,37 @@ using OstrandCommon::GetMonotonicMilliseconds;
 
 constexpr int64_t kPauseMs = 50;  // before a record is sent again
 
-constexpr int kTemporaryCodes[] = {
-    -1,  // the chosen proxy's connection went before the request could be queued
-    OstrandService::ROUTER_ERR_SEND_BUFFER_FULL,
-    OstrandService::ROUTER_ERR_NO_ROUTE,
-    OstrandService::CLIENT_ERR_NOT_READY,
-    OstrandService::CLIENT_ERR_TOO_MANY,
-    OstrandService::ClientResponse::kResultTimeOut,
-    -3089,  // proxy: the request could not be routed to a server
-    -5393,  // proxy: the request could not be sent to a server
-    -8209,  // proxy: the data are being transferred
+struct TemporaryCode {
+  int code;
+  bool is_answer;  // of the cluster; else nothing came of it
 };
+
+constexpr TemporaryCode kTemporaryCodes[] = {
+    {OstrandService::ROUTER_ERR_SEND_BUFFER_FULL, false},
+    {OstrandService::ROUTER_ERR_NO_ROUTE, false},
+    {OstrandService::CLIENT_ERR_DIRECTORY, false},
+    {OstrandService::CLIENT_ERR_NOT_READY, false},
+    {OstrandService::CLIENT_ERR_TOO_MANY, false},
+    {OstrandService::CLIENT_ERR_CONNECTION_LOST, false},
+    {OstrandService::ClientResponse::kResultTimeOut, false},
+    {-9233, false},  // proxies: the sign-up is refused, after it was accepted once
+    {-6413, false},  // as above: the client is too old
+    {-6669, false},  // as above: the client is too new
+    {-3089, true},   // proxy: the request could not be routed to a server
+    {-5393, true},   // proxy: the request could not be sent to a server
+    {-8209, true},   // proxy: the data are being transferred
+};
+
+const TemporaryCode* FindTemporary(int code) {
+  const auto found = std::find_if(std::begin(kTemporaryCodes), std::end(kTemporaryCodes),
+                                  [code](const TemporaryCode& one) { return one.code == code; });
+  return found != std::end(kTemporaryCodes) ? found : nullptr;
+}
+
+bool IsAnswer(int code) {
+  const TemporaryCode* const temporary = FindTemporary(code);
+  return temporary == nullptr || temporary->is_answer;
+}
 
 // The same for records with the same key, and no others: key fields come in one order.
 std::string KeyOf(const ParsedRecord& record) {
@@ -37,10 +57,7 @@ std::string KeyOf(const ParsedRecord& record) {
 
 }  // namespace
 
-bool IsTemporary(int code) {
-  return std::find(std::begin(kTemporaryCodes), std::end(kTemporaryCodes), code) !=
-         std::end(kTemporaryCodes);
-}
+bool IsTemporary(int code) { return FindTemporary(code) != nullptr; }
 
 bool LoadWindow::CanTake(const ParsedRecord& record) const {
   return m_records.size() < m_options.size && m_keys.count(KeyOf(record)) == 0;
@@ -90,7 +107,7 @@ void LoadWindow::TakeAnswers(int timeout_ms, const OnOutcome& on_outcome) {
     }
     const uint64_t line = found->second;
     m_lines.erase(found);
-    if (m_response.GetResult() != OstrandService::ClientResponse::kResultTimeOut) {
+    if (IsAnswer(m_response.GetResult())) {
       m_last_answer_ms = GetMonotonicMilliseconds();
     }
     Settle(line, m_response.GetResult(), on_outcome);

@@ -42,7 +42,7 @@ class RouteKeeper final : public OstrandService::DirectoryListener {
   std::string m_reason;
 };
 
-// Has the directory client looked after as soon as something happens to its connections.
+// Every round of the loop is followed by a look at the directory client: nobody needs to be told.
 class DirectoryEvents final : public OstrandService::ConnectorEvents {};
 
 bool ReadAll(const Connection& connection, std::vector<std::string>& urls, std::string& error) {
@@ -76,13 +76,15 @@ bool AskForRoute(const Connection& connection, Route& route, std::string& error)
   options.random = [&loop] { return loop.Sys().RandomNumber(); };
   DirectoryEvents events;
   OstrandService::TcpConnectorMgr connectors(loop, &logger, 0, events);
+  connectors.LeavePausesToOthers();
   RouteKeeper keeper(route);
   OstrandService::DirectoryClient directory(connectors, &logger, 0, options, keeper);
   const int64_t deadline_ms = loop.NowMs() + connection.wait_ms;
+  directory.Update(loop.NowMs());
   while (route.empty() && loop.NowMs() < deadline_ms) {
-    directory.Update(loop.NowMs());
     const int64_t due_ms = std::min(deadline_ms, directory.NextDueMs());
     loop.RunOnce(static_cast<int>(std::max<int64_t>(due_ms - loop.NowMs(), 0)));
+    directory.Update(loop.NowMs());
   }
   if (route.empty()) {
     error = "no directory at " + options.urls[0] +

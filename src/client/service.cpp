@@ -395,6 +395,7 @@ void Service::TakeSettings(Zone& zone, const ostrand_protocol_dir::tagConfData& 
   zone.settings_fit = fit;
   zone.heartbeat_ms = fit ? heartbeat_ms : m_options.heartbeat_ms;
   zone.check_heartbeat_ms = fit ? check_ms : m_options.check_heartbeat_ms;
+  zone.first_period_ms = 1 + (zone.first_period_ms - 1) % zone.heartbeat_ms;  // still a share of it
   ApplyIntervals(zone);
 
   JudgeProxyOption judge = Judge::kDefaultOption;

@@ -143,12 +143,13 @@ TEST(RecordCommandsWithoutClusterTest, SaysWhatToDo) {
     const char* sentence;
   } cases[] = {
       {{"get", "--key", "a=1"}, 2, "no directory is named: give --directory"},
-      {{"get", "--key", "a=1", "--directory", "no such host:1"}, 1, "does not resolve"},
-      {{"get", "--key", "a=1", "--directory", "127.0.0.1"}, 1, "is no address"},
+      {{"get", "--key", "a=1", "--directory", "no such host:1"}, 2, "is no address"},
+      {{"get", "--key", "a=1", "--directory", "127.0.0.1"}, 2, "is no address"},
       // Nobody listens on port 1, which needs rights to be taken.
       {{"get", "--key", "a=1", "--directory", "127.0.0.1:1", "--wait-ms", "100"},
        1,
-       "no directory answers at tcp://127.0.0.1:1; check that it runs"},
+       "no directory at tcp://127.0.0.1:1 could be used within 100 ms: directory "
+       "tcp://127.0.0.1:1: connect: Connection refused; check that it runs"},
   };
   for (const auto& c : cases) {
     const ProcessResult result = RunProgram(c.arguments);

@@ -28,6 +28,20 @@ class ConnectionFaults : public RuntimeTest {
     return m_work->RunUntil([&] { return m_fleet->Counters(proxy).signed_up == 1; });
   }
 
+  // Sends until what may wait fills its bound, and the sockets take no more of what is queued.
+  void SendUntilRefused() {
+    int refusals = 0;  // in a row
+    while (refusals < 2) {
+      ASSERT_LT(m_client->InFlight(), 1900u) << "the load itself has no more records";
+      const int ret = m_work->SendOne();
+      ASSERT_TRUE(ret == 0 || ret == OstrandService::CLIENT_ERR_TOO_MANY) << ret;
+      refusals = ret == 0 ? 0 : refusals + 1;
+      if (ret != 0) {
+        ASSERT_EQ(m_client->Update(), 0);
+      }
+    }
+  }
+
   WarpedClock m_clock{kSpeed};
 };
 
@@ -190,23 +204,27 @@ TEST_F(ConnectionFaults, HalfOpenIsLeftWhenItsHeartbeatsEnd) {
   EXPECT_GT(m_work->tally().timed_out, 0u);
 }
 
-// What fits into no buffer is refused with a code; what was taken has its outcome.
+// What fits into no buffer waits, up to the bound on what may wait; all that was taken has its
+// outcome, which tells on what it waited.
 TEST_F(ConnectionFaults, APeerThatNeverReadsFillsTheBufferAndNoMore) {
   StartFleet(1);
   auto options = Options();
   options.buffer_limit = 256 * 1024;
-  options.default_timeout_ms = 300 * kSpeed;
+  options.max_kept_bytes = 256 * 1024;
+  options.default_timeout_ms = 100 * kSpeed;
   StartClient(options);
   SetFaults(0, [](ProxyFaults& faults) { faults.never_read = true; });
   m_work->SetValueSize(30000);
-  int ret = 0;
-  for (int i = 0; i < 2000 && ret == 0; ++i) {
-    ret = m_work->SendOne();
-  }
-  EXPECT_EQ(ret, OstrandService::ROUTER_ERR_SEND_BUFFER_FULL);
-  const uint64_t accepted = m_work->tally().accepted;
+  SendUntilRefused();
+  const auto& tally = m_work->tally();
+  const uint64_t accepted = tally.accepted;
   EXPECT_TRUE(m_work->Drain());
-  EXPECT_EQ(m_work->tally().timed_out, accepted);
+  EXPECT_GT(tally.timed_out, 0u);
+  EXPECT_GT(tally.failed, 0u);
+  EXPECT_EQ(tally.timed_out + tally.failed, accepted);
+  for (const auto& [result, times] : tally.results) {
+    EXPECT_EQ(result, OstrandService::ROUTER_ERR_SEND_BUFFER_FULL) << times << " times";
+  }
   RemoveFaults();
   m_work->SetValueSize(0);
   EXPECT_TRUE(m_work->Run(100));
@@ -216,21 +234,19 @@ TEST_F(ConnectionFaults, ResetWithBytesQueued) {
   StartFleet(2);
   auto options = Options();
   options.buffer_limit = 1024 * 1024;
+  options.max_kept_bytes = 256 * 1024;
   options.default_timeout_ms = 500 * kSpeed;
   StartClient(options);
   SetFaults(0, [](ProxyFaults& faults) { faults.never_read = true; });
   m_work->SetValueSize(30000);
-  int ret = 0;
-  for (int i = 0; i < 2000 && ret == 0; ++i) {
-    ret = m_work->SendOne();
-  }
-  ASSERT_EQ(ret, OstrandService::ROUTER_ERR_SEND_BUFFER_FULL);
+  SendUntilRefused();
   m_fleet->CloseConnections(0, CloseKind::kReset);
   RemoveFaults();
   m_work->SetValueSize(0);
   ASSERT_TRUE(IsSignedUpAgain(0));
   EXPECT_TRUE(m_work->Drain());
-  EXPECT_GT(m_work->tally().timed_out, 0u);
+  EXPECT_GT(m_client->Counters().lost, 0u);
+  EXPECT_EQ(m_work->tally().failed, m_client->Counters().lost) << "what waited was sent later";
   EXPECT_GT(m_work->tally().answered, 0u) << "the other proxy answers";
 }
 

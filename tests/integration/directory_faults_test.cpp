@@ -11,7 +11,7 @@ namespace OstrandTests {
 namespace {
 
 using OstrandFleet::DirectoryFault;
-using OstrandService::CLIENT_ERR_NOT_READY;
+using OstrandService::CLIENT_ERR_DIRECTORY;
 using OstrandService::CLIENT_ERR_NOT_READY_IN_TIME;
 
 class DirectoryFaults : public RuntimeTest {
@@ -26,7 +26,8 @@ TEST_F(DirectoryFaults, AbsentAtTheStart) {
   SetFault(DirectoryFault::kAbsent);
   StartClientUnready(Options());
   EXPECT_EQ(m_client->WaitReady(100), CLIENT_ERR_NOT_READY_IN_TIME);
-  EXPECT_EQ(Do(ostrand_protocol_cs::OSTRAND_API_GET_REQ, "1"), CLIENT_ERR_NOT_READY);
+  m_call_timeout_ms = 100;
+  EXPECT_EQ(Do(ostrand_protocol_cs::OSTRAND_API_GET_REQ, "1"), CLIENT_ERR_DIRECTORY);
   EXPECT_TRUE(IsLogged("the route stays as it is, next attempt in"));
   SetFault(DirectoryFault::kNone);
   EXPECT_EQ(m_client->WaitReady(static_cast<int>(kPatienceMs)), 0);

@@ -3,7 +3,7 @@
 
 #include <cstdint>
 #include <string>
-#include <vector>
+#include <unordered_set>
 
 #include "fakes/sanitizers.h"
 #include "integration/integration_kit.h"
@@ -58,12 +58,12 @@ TEST_F(Floods, OfAnswersNobodyAskedForStopAtTheLimit) {
   EXPECT_EQ(m_work->tally().timed_out + m_work->tally().failed, 0u);
 }
 
-// Receive keeps to its time limit whatever comes.
+// Receive keeps to its time limit whatever comes. What it leaves waits in the sockets.
 TEST_F(Floods, DoNotKeepReceiveFromReturning) {
   constexpr size_t kFrames = 50000;
   StartAll(1);
   const std::string flood = Repeat(Frame(OSTRAND_API_DELETE_RES), kFrames);
-  const uint64_t wanted = m_fleet->Counters(0).bytes_out + flood.size();
+  const uint64_t wanted = m_fleet->Counters(0).bytes_out + flood.size() / 5;
   m_fleet->SendBytes(0, flood);
   ASSERT_TRUE(
       m_fleet->WaitFor(kPatienceMs, [&] { return m_fleet->Counters(0).bytes_out >= wanted; }));
@@ -118,22 +118,18 @@ TEST_F(Floods, OfAHundredThousandTimeOutsAreOneOutcomeEach) {
   options.check_heartbeat_ms = 100 * 3600 * 1000;
   StartClient(options);
   SetFaultsOfAll([](ProxyFaults& faults) { faults.silent = true; });
-  uint64_t first_id = 0;
+  std::unordered_set<uint64_t> without_outcome;
   for (size_t i = 0; i < kMany; ++i) {
     m_request.Get(kTable).Key("id", static_cast<int>(i % 100));
     ASSERT_EQ(m_client->Send(m_request), 0);
-    first_id = i == 0 ? m_request.GetAsynID() : first_id;
+    ASSERT_TRUE(without_outcome.insert(m_request.GetAsynID()).second) << "its id is another's";
   }
   EXPECT_EQ(m_client->InFlight(), kMany);
   clock.Jump(3600 * 1000);
-  std::vector<bool> seen(kMany);
   for (size_t i = 0; i < kMany; ++i) {
     ASSERT_EQ(m_client->Receive(m_response, static_cast<int>(kPatienceMs)), 1);
     ASSERT_EQ(m_response.GetResult(), ClientResponse::kResultTimeOut);
-    const uint64_t number = m_response.GetAsynID() - first_id;
-    ASSERT_LT(number, kMany);
-    ASSERT_FALSE(seen[number]);
-    seen[number] = true;
+    ASSERT_EQ(without_outcome.erase(m_response.GetAsynID()), 1u);
   }
   EXPECT_EQ(m_client->InFlight(), 0u);
   EXPECT_EQ(m_client->Counters().timed_out, kMany);

@@ -65,7 +65,7 @@ TEST_F(RouteSourceTest, TakesAddressesInOrderAndOneThatIsThereTwiceOnce) {
   EXPECT_EQ(UrlsOf(route), (Texts{"tcp://127.0.0.1:9002", "tcp://127.0.0.1:9001"}));
   ASSERT_EQ(remarks.size(), 1u);
   EXPECT_EQ(remarks[0], "tcp://127.0.0.1:9002 is there twice; clients use it once");
-  for (const char* list : {"tcp://127.0.0.1:9002,", "tcp://host:1", "tcp://127.0.0.1:1,9002"}) {
+  for (const char* list : {"tcp://127.0.0.1:9002,", "tcp://host", "tcp://127.0.0.1:1,9002"}) {
     EXPECT_FALSE(Read(list)) << list;
     EXPECT_TRUE(Says("is no address of a proxy")) << error;
   }
