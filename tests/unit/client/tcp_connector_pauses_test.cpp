@@ -1,6 +1,6 @@
 // When a connector tries to connect, how long, and what failed attempts cost.
 #include "client/tcp_connector.h"
-#include "unit/client_runtime/connector_test.h"
+#include "unit/client/connector_test.h"
 
 namespace OstrandTests {
 namespace {

@@ -1,7 +1,7 @@
 // When the client asks, whom, and what it does about directories that fail.
 #include "client/directory_client.h"
 
-#include "unit/client_runtime/directory_client_test.h"
+#include "unit/client/directory_client_test.h"
 
 namespace OstrandTests {
 namespace {

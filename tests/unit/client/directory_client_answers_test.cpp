@@ -2,7 +2,7 @@
 #include <climits>
 
 #include "client/directory_client.h"
-#include "unit/client_runtime/directory_client_test.h"
+#include "unit/client/directory_client_test.h"
 
 namespace OstrandTests {
 namespace {

@@ -1,6 +1,6 @@
 // A service whose directories are away.
 #include "client/service.h"
-#include "unit/client_runtime/client_core_test.h"
+#include "unit/client/client_core_test.h"
 
 namespace OstrandTests {
 namespace {

@@ -1,7 +1,7 @@
 // What a connector sends and receives, and how a connection ends.
 #include "client/tcp_connector.h"
 
-#include "unit/client_runtime/connector_test.h"
+#include "unit/client/connector_test.h"
 
 namespace OstrandTests {
 namespace {

@@ -1,7 +1,7 @@
 // What a connector does at its limits: the room of what is to be sent, frames that nobody takes,
 // and the silence that is then its own.
 #include "client/tcp_connector.h"
-#include "unit/client_runtime/connector_test.h"
+#include "unit/client/connector_test.h"
 
 namespace OstrandTests {
 namespace {

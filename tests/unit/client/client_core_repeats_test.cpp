@@ -3,7 +3,7 @@
 
 #include "client/client_core.h"
 #include "service_api/ostrand_router.h"
-#include "unit/client_runtime/client_core_test.h"
+#include "unit/client/client_core_test.h"
 
 namespace OstrandTests {
 namespace {

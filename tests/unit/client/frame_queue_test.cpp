@@ -7,7 +7,7 @@
 #include <string>
 
 #include "client/frame_scan.h"
-#include "unit/client_runtime/connector_test.h"
+#include "unit/client/connector_test.h"
 
 namespace OstrandTests {
 namespace {

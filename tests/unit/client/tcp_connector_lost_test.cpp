@@ -1,6 +1,6 @@
 // What a connector tells of the requests that were in flight on a connection that is gone.
 #include "client/tcp_connector.h"
-#include "unit/client_runtime/connector_test.h"
+#include "unit/client/connector_test.h"
 
 namespace OstrandTests {
 namespace {
