@@ -35,7 +35,9 @@ struct PollingClient::Impl {
   int WaitReady(int timeout_ms);
   int Send(ClientRequest& request);
   int Receive(ClientResponse& response, int timeout_ms);
-  int WaitForOutcome(ClientResponse& response, int64_t until_ms);
+  int NextOutcome(ClientResponse& response, int64_t until_ms);
+  int WaitForOutcome(ClientResponse& response, int64_t until_ms,
+                     ClientCore::Taken taken = ClientCore::Taken::kNothing);
   int Call(ClientRequest& request, ClientResponse& response);
   bool TakeKept(ClientResponse& response);
   void KeepForReceive(ClientResponse& response);
@@ -45,9 +47,9 @@ struct PollingClient::Impl {
   const char* const options_error;
   OSTRNET::System& system;
   ForkGuard fork_guard;
-  std::unique_ptr<ClientCore> core;  // null before Start and after Stop
+  std::unique_ptr<ClientCore> core;     // null before Start and after Stop
   std::unique_ptr<OSTRNET::Timer> due;  // for other loops; from the first Fd on
-  std::deque<ClientResponse> kept;    // outcomes that came while Call waited for its own
+  std::deque<ClientResponse> kept;      // outcomes that came while Call waited for its own
   size_t kept_bytes = 0;
   uint64_t last_call = 0;  // the request of the last Call, while packages of its answer may come
   int handed_out = 0;      // since the last round
@@ -79,8 +81,8 @@ PollingClient::~PollingClient() {
   Stop(0);
 }
 
-// What stands before every operation that can fail: a client that has its memory, is started, and is
-// no copy of a forked one.
+// What stands before every operation that can fail: a client that has its memory, is started, and
+// is no copy of a forked one.
 template <typename Body>
 int PollingClient::Run(Body body) {
   if (m_impl == nullptr) {
@@ -198,8 +200,15 @@ int PollingClient::Impl::Receive(ClientResponse& response, int timeout_ms) {
   return WaitForOutcome(response, core->Loop().NowMs() + timeout_ms);
 }
 
-int PollingClient::Impl::WaitForOutcome(ClientResponse& response, int64_t until_ms) {
-  ClientCore::Taken taken = ClientCore::Taken::kNothing;
+// One that is there already, or else one that is waited for.
+int PollingClient::Impl::NextOutcome(ClientResponse& response, int64_t until_ms) {
+  const ClientCore::Taken taken = core->TakeOutcome(response);
+  return taken == ClientCore::Taken::kOutcome ? 1 : WaitForOutcome(response, until_ms, taken);
+}
+
+// taken: what the last look at the queues found; not an outcome.
+int PollingClient::Impl::WaitForOutcome(ClientResponse& response, int64_t until_ms,
+                                        ClientCore::Taken taken) {
   do {
     core->Round(taken == ClientCore::Taken::kLookAgain ? INT64_MIN : until_ms);
     handed_out = 0;
@@ -227,7 +236,7 @@ int PollingClient::Impl::Call(ClientRequest& request, ClientResponse& response) 
       core->Cancel(id);
       return CLIENT_ERR_BUSY;
     }
-    if (WaitForOutcome(response, INT64_MAX) == 1) {
+    if (NextOutcome(response, INT64_MAX) == 1) {
       if (response.GetAsynID() == id) {
         last_call = response.HaveMoreResPkgs() == 1 ? id : 0;
         return 0;
@@ -328,7 +337,7 @@ size_t PollingClient::Stop(int drain_ms, const std::function<void(ClientResponse
   core.LookAfterOwner();
   const int64_t deadline_ms = core.Loop().NowMs() + drain_ms;
   while (core.InFlight() != 0 && core.Loop().NowMs() < deadline_ms) {
-    if (impl.WaitForOutcome(response, deadline_ms) == 1) {
+    if (impl.NextOutcome(response, deadline_ms) == 1) {
       hand_out();
     }
   }
