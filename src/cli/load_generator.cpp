@@ -6,6 +6,7 @@
 #include <numeric>
 
 #include "common/clock.h"
+#include "service_api/ostrand_router.h"
 
 namespace OstrandCli {
 namespace {
@@ -129,6 +130,17 @@ int LoadGenerator::Drain(RequestSource& source, int timeout_ms) {
   return ret;
 }
 
+// Whether a result stands in the place of an answer: none came in its time, its connection was lost,
+// or it waited in vain to be sent.
+bool LoadGenerator::IsNoAnswer(int32_t result) {
+  static constexpr int32_t kNoAnswers[] = {
+      ClientResponse::kResultTimeOut,           OstrandService::CLIENT_ERR_CONNECTION_LOST,
+      OstrandService::CLIENT_ERR_NOT_READY,     OstrandService::CLIENT_ERR_DIRECTORY,
+      OstrandService::ROUTER_ERR_NO_ROUTE,      OstrandService::ROUTER_ERR_SEND_BUFFER_FULL,
+  };
+  return std::find(std::begin(kNoAnswers), std::end(kNoAnswers), result) != std::end(kNoAnswers);
+}
+
 void LoadGenerator::Settle(RequestSource& source) {
   Slot* const slot = FindSlot();
   if (slot == nullptr) {
@@ -137,7 +149,7 @@ void LoadGenerator::Settle(RequestSource& source) {
   }
   const uint64_t tag = slot->tag;
   const int32_t result = m_response.GetResult();
-  const bool is_time_out = result == ClientResponse::kResultTimeOut;
+  const bool is_time_out = IsNoAnswer(result);
   if (is_time_out) {
     ++m_figures.timed_out;
   } else {

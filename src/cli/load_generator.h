@@ -32,7 +32,7 @@ namespace OstrandCli {
 // What became of a request.
 enum class LoadOutcome {
   kAnswered,  // code: the answer's result
-  kTimedOut,
+  kTimedOut,  // or lost with its connection, or never sent: nobody answered; code: which
   kFailed,  // not sent; code: why
 };
 
@@ -65,7 +65,7 @@ struct LoadFigures {
   uint64_t sent = 0;      // given to the client
   uint64_t answered = 0;  // whatever the result
   uint64_t refused = 0;   // of these, with a result other than 0
-  uint64_t timed_out = 0;
+  uint64_t timed_out = 0;  // without an answer, for whatever reason
   uint64_t failed = 0;
   uint64_t strays = 0;                // outcomes that nobody waited for; there should be none
   std::map<int32_t, uint64_t> codes;  // how often each answer's result and failure's code, but 0
@@ -103,6 +103,7 @@ class LoadGenerator {
   bool Fill(RequestSource& source, uint64_t sent_at_most);
   bool SendOne(RequestSource& source, uint64_t tag);
   int Drain(RequestSource& source, int timeout_ms);
+  static bool IsNoAnswer(int32_t result);
   void Settle(RequestSource& source);
   Slot* FindSlot();
   void CountProxy();

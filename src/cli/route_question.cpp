@@ -90,7 +90,8 @@ bool AskForRoute(const Connection& connection, Route& route, std::string& error)
     error = "no directory at " + options.urls[0] +
             (options.urls.size() > 1 ? " or the others" : "") + " named the proxies of zone " +
             std::to_string(connection.zone) + " in time" +
-            (keeper.Reason().empty() ? "" : " (" + keeper.Reason() + ")") + "; check that it runs, --app and --zone, or wait longer with --wait-ms";
+            (keeper.Reason().empty() ? "" : " (" + keeper.Reason() + ")") +
+            "; check that it runs, --app and --zone, or wait longer with --wait-ms";
   }
   return !route.empty();
 }

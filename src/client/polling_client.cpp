@@ -35,7 +35,9 @@ struct PollingClient::Impl {
   int WaitReady(int timeout_ms);
   int Send(ClientRequest& request);
   int Receive(ClientResponse& response, int timeout_ms);
-  int WaitForOutcome(ClientResponse& response, int64_t until_ms);
+  int NextOutcome(ClientResponse& response, int64_t until_ms);
+  int WaitForOutcome(ClientResponse& response, int64_t until_ms,
+                     ClientCore::Taken taken = ClientCore::Taken::kNothing);
   int Call(ClientRequest& request, ClientResponse& response);
   int WaitForOutcomeOf(uint64_t id, ClientResponse& response);
   bool TakeKept(ClientResponse& response);
@@ -46,9 +48,9 @@ struct PollingClient::Impl {
   const char* const options_error;
   OSTRNET::System& system;
   ForkGuard fork_guard;
-  std::unique_ptr<ClientCore> core;  // null before Start and after Stop
+  std::unique_ptr<ClientCore> core;     // null before Start and after Stop
   std::unique_ptr<OSTRNET::Timer> due;  // for other loops; from the first Fd on
-  std::deque<ClientResponse> kept;    // outcomes that came while Call waited for its own
+  std::deque<ClientResponse> kept;      // outcomes that came while Call waited for its own
   size_t kept_bytes = 0;
   uint64_t last_call = 0;  // the request of the last Call, while packages of its answer may come
   int handed_out = 0;      // since the last round
@@ -80,8 +82,8 @@ PollingClient::~PollingClient() {
   Stop(0);
 }
 
-// What stands before every operation that can fail: a client that has its memory, is started, and is
-// no copy of a forked one.
+// What stands before every operation that can fail: a client that has its memory, is started, and
+// is no copy of a forked one.
 template <typename Body>
 int PollingClient::Run(Body body) {
   if (m_impl == nullptr) {
@@ -192,15 +194,23 @@ int PollingClient::Impl::Receive(ClientResponse& response, int timeout_ms) {
   if (taken == ClientCore::Taken::kLookAgain) {  // some may be there: the sockets, without waiting
     core->Round(INT64_MIN);
     handed_out = 0;
-    if (core->TakeOutcome(response) == ClientCore::Taken::kOutcome) {
+    taken = core->TakeOutcome(response);
+    if (taken == ClientCore::Taken::kOutcome) {
       return 1;
     }
   }
-  return WaitForOutcome(response, core->Loop().NowMs() + timeout_ms);
+  return WaitForOutcome(response, core->Loop().NowMs() + timeout_ms, taken);
 }
 
-int PollingClient::Impl::WaitForOutcome(ClientResponse& response, int64_t until_ms) {
-  ClientCore::Taken taken = ClientCore::Taken::kNothing;
+// One that is there already, or else one that is waited for.
+int PollingClient::Impl::NextOutcome(ClientResponse& response, int64_t until_ms) {
+  const ClientCore::Taken taken = core->TakeOutcome(response);
+  return taken == ClientCore::Taken::kOutcome ? 1 : WaitForOutcome(response, until_ms, taken);
+}
+
+// taken: what the last look at the queues found; not an outcome.
+int PollingClient::Impl::WaitForOutcome(ClientResponse& response, int64_t until_ms,
+                                        ClientCore::Taken taken) {
   do {
     core->Round(taken == ClientCore::Taken::kLookAgain ? INT64_MIN : until_ms);
     handed_out = 0;
@@ -233,7 +243,7 @@ int PollingClient::Impl::WaitForOutcomeOf(uint64_t id, ClientResponse& response)
     }
     kept.emplace_back();  // room first: what was taken cannot be put back
     ClientResponse& place = kept.back();
-    if (WaitForOutcome(response, INT64_MAX) == 1 && response.GetAsynID() != id) {
+    if (NextOutcome(response, INT64_MAX) == 1 && response.GetAsynID() != id) {
       kept_bytes += response.SizeInMemory();
       place = std::move(response);
       continue;
@@ -353,7 +363,7 @@ size_t PollingClient::Impl::Drain(int drain_ms,
   core->LookAfterOwner();
   const int64_t deadline_ms = core->Loop().NowMs() + drain_ms;
   while (core->InFlight() != 0 && core->Loop().NowMs() < deadline_ms) {
-    if (WaitForOutcome(response, deadline_ms) == 1) {
+    if (NextOutcome(response, deadline_ms) == 1) {
       hand_out();
     }
   }

@@ -232,7 +232,8 @@ TEST_F(LoadCommandTest, LeavesNothingWhenTheClusterIsNotThere) {
   const ProcessResult result =
       RunProgram({"load", file, "--key", "id", "--directory", "127.0.0.1:1", "--wait-ms", "100"});
   EXPECT_EQ(result.status, 1);
-  EXPECT_NE(result.err.find("no directory at tcp://127.0.0.1:1 could be used"), std::string::npos) << result.err;
+  EXPECT_NE(result.err.find("no directory at tcp://127.0.0.1:1 could be used"), std::string::npos)
+      << result.err;
   EXPECT_FALSE(Exists(file + ".ostrand-load"));
 }
 

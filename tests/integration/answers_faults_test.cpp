@@ -240,7 +240,7 @@ TEST_F(LongAnswers, WithAPackageOutOfOrderEndWithACode) {
   EXPECT_EQ(m_client->InFlight(), 0u);
 }
 
-TEST_F(LongAnswers, WithoutEndHoldUpNobodyAndTimeOutWhenTheyCease) {
+TEST_F(LongAnswers, WithoutEndHoldUpNobodyAndEndWithTheirConnection) {
   StartWithList(200);
   SetFaults(0, [](ProxyFaults& faults) { faults.answer = AnswerFault::kEndlessMore; });
   AskForList();
@@ -263,7 +263,7 @@ TEST_F(LongAnswers, WithoutEndHoldUpNobodyAndTimeOutWhenTheyCease) {
     ASSERT_TRUE(Receive());
   }
   EXPECT_EQ(m_response.GetAsynID(), list_id);
-  EXPECT_EQ(m_response.GetResult(), ClientResponse::kResultTimeOut);
+  EXPECT_EQ(m_response.GetResult(), OstrandService::CLIENT_ERR_CONNECTION_LOST);
 }
 
 }  // namespace

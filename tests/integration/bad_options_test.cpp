@@ -41,7 +41,8 @@ TEST_P(BadOptions, AreRefusedByStart) {
 }
 
 constexpr char kNoZones[] = "there must be 1 to 64 zones, each once";
-constexpr char kNoAddress[] = "a directory url must have the form tcp://HOST:PORT or tcp://[IPV6]:PORT";
+constexpr char kNoAddress[] =
+    "a directory url must have the form tcp://HOST:PORT or tcp://[IPV6]:PORT";
 constexpr char kNoTables[] = "there must be 1 to 256 tables";
 constexpr char kTableName[] = "a table name must have 1 to 31 characters";
 constexpr char kNoSignature[] = "a signature, or a user name and a password, is needed";

@@ -4,8 +4,8 @@
 #include <cstdio>
 #include <string>
 
-#include "client/polling_client.h"
 #include "client/error_text.h"
+#include "client/polling_client.h"
 #include "fakes/allocation_faults.h"
 #include "fleet/fleet.h"
 #include "protocol/ostrand_api_cmds.h"

@@ -1,6 +1,4 @@
 // The client library against a fleet of its own over loopback.
-#include "client/polling_client.h"
-
 #include <gtest/gtest.h>
 
 #include <map>
@@ -8,6 +6,7 @@
 #include <string>
 
 #include "client/error_text.h"
+#include "client/polling_client.h"
 #include "fleet/fleet.h"
 #include "protocol/ostrand_api_cmds.h"
 

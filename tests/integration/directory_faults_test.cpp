@@ -138,6 +138,7 @@ TEST_F(DirectoryFaults, GoneForAnHour) {
   StartFleet(2);
   auto options = Options();
   options.default_timeout_ms = 7200 * 1000;
+  options.heartbeat_ms = 20;  // each step is followed by one soon
   StartClient(options);
   SetFault(DirectoryFault::kAbsent);
   for (int passed_ms = 0; passed_ms < 3600 * 1000; passed_ms += kStepMs) {

@@ -64,6 +64,11 @@ size_t CountEntries(const char* folder) {
 
 void RuntimeTest::SetUp() {
   m_logger.SetThreshold(OstrandCommon::OSTRAND_LOG_LEVEL_WARN);
+  m_logger.OnLine([this](const OstrandFakes::LogLine& line) {
+    if (line.level <= OstrandCommon::OSTRAND_LOG_LEVEL_WARN) {
+      m_logged.push_back(line.text);
+    }
+  });
   std::thread([] {}).join();  // with the first one a sanitizer may start one of its own
   m_descriptors = CountEntries("/proc/self/fd");
   m_threads = CountEntries("/proc/self/task");
@@ -80,7 +85,8 @@ void RuntimeTest::TearDown() {
       ExpectUsable();
     }
     m_client->Stop(0);
-    EXPECT_EQ(m_client->Counters().accepted, m_client->Counters().outcomes);
+    const ClientCounters counters = m_client->Counters();
+    EXPECT_EQ(counters.accepted, counters.outcomes + counters.cancelled);
     EXPECT_EQ(m_client->InFlight(), 0u);
   }
   m_work.reset();
@@ -133,7 +139,8 @@ void RuntimeTest::StartClient(const ClientOptions& options, Workload::Store stor
 }
 
 void RuntimeTest::StartClientUnready(const ClientOptions& options) {
-  m_client = std::make_unique<PollingClient>(options);
+  m_client = std::make_unique<PollingClient>(
+      options, m_system != nullptr ? *m_system : OSTRNET::System::Kernel());
   ASSERT_EQ(m_client->Start(), 0);
 }
 
@@ -205,6 +212,10 @@ void RuntimeTest::ExpectUsable() {
   EXPECT_EQ(Value(), "well");
 }
 
+void RuntimeTest::Pause(int64_t ms) {
+  m_fleet->WaitFor(ms, [] { return false; });
+}
+
 bool RuntimeTest::IsServing(const std::string& url) {
   const std::string status = m_client->StatusText();
   const std::string heading = "\tauth_success_proxy:\n";
@@ -218,8 +229,7 @@ bool RuntimeTest::IsServing(const std::string& url) {
 }
 
 bool RuntimeTest::IsLogged(const std::string& text) const {
-  const std::vector<std::string> texts = m_logger.Texts();
-  return std::any_of(texts.begin(), texts.end(), [&text](const std::string& line) {
+  return std::any_of(m_logged.begin(), m_logged.end(), [&text](const std::string& line) {
     return line.find(text) != std::string::npos;
   });
 }

@@ -11,6 +11,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "client/polling_client.h"
 #include "fakes/recording_logger.h"
@@ -18,6 +19,7 @@
 #include "integration/fleet_process.h"
 #include "integration/warped_clock.h"
 #include "integration/workload.h"
+#include "net/system.h"
 #include "protocol/ostrand_protocol_cs.h"
 
 namespace OstrandTests {
@@ -67,7 +69,12 @@ class RuntimeTest : public testing::Test {
   // Whether a line that holds this text was logged.
   bool IsLogged(const std::string& text) const;
 
+  // Passes so much time doing nothing.
+  void Pause(int64_t ms);
+
   OstrandFakes::RecordingLogger m_logger;
+  std::vector<std::string> m_logged;    // errors and warnings so far
+  OSTRNET::System* m_system = nullptr;  // of clients that are made from now on; null: the kernel's
   std::unique_ptr<OstrandFleet::Fleet> m_fleet;
   std::unique_ptr<FleetProcess> m_process;
   std::unique_ptr<OstrandService::PollingClient> m_client;

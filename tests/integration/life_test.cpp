@@ -24,8 +24,8 @@ namespace OstrandTests {
 namespace {
 
 using namespace ostrand_protocol_cs;  // NOLINT: commands
-using OstrandService::PollingClient;
 using OstrandService::CLIENT_ERR_NOT_STARTED;
+using OstrandService::PollingClient;
 
 class Life : public RuntimeTest {
  protected:

@@ -74,9 +74,9 @@ TEST(ConnectionTest, SaysThatNoDirectoryAnswers) {
   Connection connection;
   connection.directory_urls = {url};
   EXPECT_EQ(SentenceOf(connection, kExitFailure),
-            "ostrand: no directory answers at " + url +
-                "; check that it runs (`ostrand fleet` starts one), or name another with "
-                "--directory\n");
+            "ostrand: no directory at " + url + " could be used within 200 ms: directory " + url +
+                ": connect: Connection refused; check that it runs (`ostrand fleet` starts one), "
+                "--app and --zone, or name another with --directory\n");
 }
 
 TEST(ConnectionTest, SaysThatTheZoneHasNoProxies) {
@@ -86,9 +86,10 @@ TEST(ConnectionTest, SaysThatTheZoneHasNoProxies) {
   Connection connection;
   connection.directory_urls = {fleet.DirectoryUrl()};
   EXPECT_EQ(SentenceOf(connection, kExitFailure),
-            "ostrand: the directory at " + fleet.DirectoryUrl() +
-                " named no proxy that answers, for application 1 and zone 1, within 200 ms; check "
-                "--app and --zone, or wait longer with --wait-ms\n");
+            "ostrand: no directory at " + fleet.DirectoryUrl() +
+                " could be used within 200 ms: directory " + fleet.DirectoryUrl() +
+                ": its answer cannot be used; check that it runs (`ostrand fleet` starts one), "
+                "--app and --zone, or name another with --directory\n");
 }
 
 TEST(ConnectionTest, SaysThatTheSignUpIsRefused) {

@@ -17,6 +17,15 @@ namespace {
 using namespace OstrandCommon;  // NOLINT: levels
 
 template <typename... Args>
+// Its time is the test's, its log the kernel's.
+class WritingSystem final : public OstrandFakes::FakeSystem {
+ public:
+  explicit WritingSystem(int64_t wall_ms) { StepWallMs(wall_ms - kStartWallMs); }
+  ssize_t WriteLog(const char* text, size_t len) override {
+    return OSTRNET::System::Kernel().WriteLog(text, len);
+  }
+};
+
 std::string Written(StderrLogger& logger, LogLevel level, const char* format, Args... args) {
   testing::internal::CaptureStderr();
   logger.Log(level, 0, 42, "src/client/x", 7, "Function", format, args...);
@@ -24,8 +33,7 @@ std::string Written(StderrLogger& logger, LogLevel level, const char* format, Ar
 }
 
 TEST(StderrLogger, WritesTimeLevelModulePlaceAndText) {
-  OstrandFakes::FakeSystem system;
-  system.StepWallMs(1700000000042 - OstrandFakes::FakeSystem::kStartWallMs);
+  WritingSystem system(1700000000042);
   StderrLogger logger(OSTRAND_LOG_LEVEL_TRACE, system);
   EXPECT_EQ(Written(logger, OSTRAND_LOG_LEVEL_WARN, "%d of %s", 3, "four"),
             "1700000000.042 WARN [42] src/client/x:7 Function: 3 of four\n");
@@ -43,8 +51,7 @@ TEST(StderrLogger, NamesEachLevel) {
       {OSTRAND_LOG_LEVEL_INFO, "INFO"},   {OSTRAND_LOG_LEVEL_DEBUG, "DEBUG"},
       {OSTRAND_LOG_LEVEL_TRACE, "TRACE"},
   };
-  OstrandFakes::FakeSystem system;
-  system.StepWallMs(1000 - OstrandFakes::FakeSystem::kStartWallMs);
+  WritingSystem system(1000);
   StderrLogger logger(OSTRAND_LOG_LEVEL_TRACE, system);
   for (const Named& named : kNamed) {
     EXPECT_EQ(Written(logger, named.level, "%s", "text"),
@@ -110,8 +117,7 @@ TEST(StderrLogger, StandsALongPlaceToo) {
 }
 
 TEST(StderrLogger, WritesTheLinesOfAllThreadsWhole) {
-  OstrandFakes::FakeSystem system;
-  system.StepWallMs(1000 - OstrandFakes::FakeSystem::kStartWallMs);
+  WritingSystem system(1000);
   StderrLogger logger(OSTRAND_LOG_LEVEL_WARN, system);
   constexpr int kThreads = 4;
   constexpr int kLines = 200;
