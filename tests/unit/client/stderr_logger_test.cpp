@@ -16,7 +16,6 @@ namespace {
 
 using namespace OstrandCommon;  // NOLINT: levels
 
-template <typename... Args>
 // Its time is the test's, its log the kernel's.
 class WritingSystem final : public OstrandFakes::FakeSystem {
  public:
@@ -26,6 +25,7 @@ class WritingSystem final : public OstrandFakes::FakeSystem {
   }
 };
 
+template <typename... Args>
 std::string Written(StderrLogger& logger, LogLevel level, const char* format, Args... args) {
   testing::internal::CaptureStderr();
   logger.Log(level, 0, 42, "src/client/x", 7, "Function", format, args...);
