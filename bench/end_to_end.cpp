@@ -31,8 +31,8 @@
 #include <vector>
 
 #include "cli/latency_histogram.h"
-#include "client/polling_client.h"
 #include "client/error_text.h"
+#include "client/polling_client.h"
 #include "common/clock.h"
 #include "end_to_end_plain.h"
 #include "fleet/fleet_program.h"
@@ -44,10 +44,10 @@ namespace {
 using ostrand_bench::Configuration;
 using ostrand_bench::Figures;
 using OstrandCli::LatencyHistogram;
-using OstrandService::PollingClient;
 using OstrandService::ClientOptions;
 using OstrandService::ClientRequest;
 using OstrandService::ClientResponse;
+using OstrandService::PollingClient;
 
 constexpr size_t kKeys = 65536;
 constexpr char kTable[] = "bench";

@@ -17,8 +17,8 @@
 
 #include "client/client_request.h"
 #include "client/router_request.h"
-#include "net/address.h"
 #include "common/clock.h"
+#include "net/address.h"
 #include "protocol/codec.h"
 #include "service_api/proxy_pack_parser.h"
 

@@ -19,8 +19,8 @@ namespace {
 using OstrandCommon::LogLevel;
 
 // Log and IsPriorityEnabled are called by the client's background thread, and by any other that is
-// inside the client: what they share is locked or constant. They must be quick and must not call the
-// library.
+// inside the client: what they share is locked or constant. They must be quick and must not call
+// the library.
 class CountingLogger : public OstrandCommon::Logger {
  public:
   explicit CountingLogger(LogLevel level) : m_level(level) {}

@@ -2,8 +2,8 @@
 //
 //   example_foreign_loop [directory url]     as tcp://127.0.0.1:9000
 //
-// Without a url the program starts a development fleet of its own. Its loop is poll(); a pipe stands
-// for the rest of the program, which asks for records by writing their numbers into it.
+// Without a url the program starts a development fleet of its own. Its loop is poll(); a pipe
+// stands for the rest of the program, which asks for records by writing their numbers into it.
 #include <poll.h>
 #include <unistd.h>
 

@@ -1,6 +1,6 @@
 // Pipelined use: many requests in flight, up to a window. It is what makes a client fast, since
-// requests that are in flight together share system calls and wake-ups. The client is the one without
-// a thread of its own: all happens inside its calls.
+// requests that are in flight together share system calls and wake-ups. The client is the one
+// without a thread of its own: all happens inside its calls.
 //
 //   example_pipelined [directory url]     as tcp://127.0.0.1:9000
 //

@@ -11,8 +11,8 @@
 namespace OstrandCli {
 namespace {
 
-using OstrandService::PollingClient;
 using OstrandService::ClientOptions;
+using OstrandService::PollingClient;
 
 constexpr char kNoDirectory[] =
     "no directory is named: give --directory tcp://HOST:PORT, or set OSTRAND_DIRECTORY";
@@ -111,7 +111,9 @@ ClientOptions Connection::ToOptions() const {
   return options;
 }
 
-int Connection::Open(std::unique_ptr<PollingClient>& client) const { return Open(ToOptions(), client); }
+int Connection::Open(std::unique_ptr<PollingClient>& client) const {
+  return Open(ToOptions(), client);
+}
 
 int Connection::Open(ClientOptions options, std::unique_ptr<PollingClient>& client) const {
   client.reset();

@@ -53,8 +53,8 @@ struct Connection {
            std::unique_ptr<OstrandService::PollingClient>& client) const;
 };
 
-// Turns "tcp://HOST:PORT" or "HOST:PORT" into the url that the library takes; a name is looked up by
-// the library. False: `error` holds a sentence.
+// Turns "tcp://HOST:PORT" or "HOST:PORT" into the url that the library takes; a name is looked up
+// by the library. False: `error` holds a sentence.
 bool ReadAddress(const std::string& given, std::string& url, std::string& error);
 
 }  // namespace OstrandCli

@@ -130,13 +130,13 @@ int LoadGenerator::Drain(RequestSource& source, int timeout_ms) {
   return ret;
 }
 
-// Whether a result stands in the place of an answer: none came in its time, its connection was lost,
-// or it waited in vain to be sent.
+// Whether a result stands in the place of an answer: none came in its time, its connection was
+// lost, or it waited in vain to be sent.
 bool LoadGenerator::IsNoAnswer(int32_t result) {
   static constexpr int32_t kNoAnswers[] = {
-      ClientResponse::kResultTimeOut,           OstrandService::CLIENT_ERR_CONNECTION_LOST,
-      OstrandService::CLIENT_ERR_NOT_READY,     OstrandService::CLIENT_ERR_DIRECTORY,
-      OstrandService::ROUTER_ERR_NO_ROUTE,      OstrandService::ROUTER_ERR_SEND_BUFFER_FULL,
+      ClientResponse::kResultTimeOut,       OstrandService::CLIENT_ERR_CONNECTION_LOST,
+      OstrandService::CLIENT_ERR_NOT_READY, OstrandService::CLIENT_ERR_DIRECTORY,
+      OstrandService::ROUTER_ERR_NO_ROUTE,  OstrandService::ROUTER_ERR_SEND_BUFFER_FULL,
   };
   return std::find(std::begin(kNoAnswers), std::end(kNoAnswers), result) != std::end(kNoAnswers);
 }

@@ -33,7 +33,7 @@ namespace OstrandCli {
 enum class LoadOutcome {
   kAnswered,  // code: the answer's result
   kTimedOut,  // or lost with its connection, or never sent: nobody answered; code: which
-  kFailed,  // not sent; code: why
+  kFailed,    // not sent; code: why
 };
 
 // Makes requests and is told their outcomes, both within LoadGenerator::Run.
@@ -62,9 +62,9 @@ struct LoadLimits {
 
 // All Runs together.
 struct LoadFigures {
-  uint64_t sent = 0;      // given to the client
-  uint64_t answered = 0;  // whatever the result
-  uint64_t refused = 0;   // of these, with a result other than 0
+  uint64_t sent = 0;       // given to the client
+  uint64_t answered = 0;   // whatever the result
+  uint64_t refused = 0;    // of these, with a result other than 0
   uint64_t timed_out = 0;  // without an answer, for whatever reason
   uint64_t failed = 0;
   uint64_t strays = 0;                // outcomes that nobody waited for; there should be none

@@ -31,7 +31,8 @@ class LoadWindow {
   // code: 0, or why the record is not there.
   using OnOutcome = std::function<void(uint64_t line, int code)>;
 
-  LoadWindow(OstrandService::PollingClient& client, const Connection& connection, const Options& options)
+  LoadWindow(OstrandService::PollingClient& client, const Connection& connection,
+             const Options& options)
       : m_client(client), m_connection(connection), m_options(options) {}
 
   bool IsEmpty() const { return m_records.empty(); }

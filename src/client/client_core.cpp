@@ -94,8 +94,7 @@ void ClientCore::Round(int64_t until_ms) {
   const bool has_room = RoomCame();  // then the round does not wait
   const int64_t due_ms = has_room ? now_ms : std::min(until_ms, NextDueMs());
   constexpr int64_t kLongestWaitMs = 60000;
-  const int64_t wait_ms =
-      due_ms <= now_ms ? 0 : std::min(due_ms - now_ms, kLongestWaitMs);
+  const int64_t wait_ms = due_ms <= now_ms ? 0 : std::min(due_ms - now_ms, kLongestWaitMs);
   m_may_have_outcome = m_loop.RunOnce(static_cast<int>(wait_ms)) || m_may_have_outcome;
   m_queued = 0;
   m_stamped.clear();

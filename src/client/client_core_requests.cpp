@@ -182,8 +182,8 @@ int ClientCore::Try(Zone& zone, PendingRequest& request, Chance chance) {
   }
   ForgetTry(request);
   zone.look_again = true;
-  const bool is_later = ret == 0 || ret == ROUTER_ERR_NO_ROUTE ||
-                        ret == ROUTER_ERR_SEND_BUFFER_FULL || ret == -1;
+  const bool is_later =
+      ret == 0 || ret == ROUTER_ERR_NO_ROUTE || ret == ROUTER_ERR_SEND_BUFFER_FULL || ret == -1;
   zone.wake = zone.wake || is_later;  // nothing may come that tells of it: the next round tries
   return is_later ? 1 : ret;
 }

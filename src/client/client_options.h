@@ -38,11 +38,11 @@ struct ClientOptions {
   OstrandCommon::Logger* logger = nullptr;
   int32_t module_id = 0;
 
-  int32_t default_timeout_ms = 3000;       // of requests that name none
-  size_t max_in_flight = 1000000;          // requests without outcome, waiting ones included
-  size_t max_waiting = 100000;             // of these, requests of a zone that cannot be sent yet
+  int32_t default_timeout_ms = 3000;         // of requests that name none
+  size_t max_in_flight = 1000000;            // requests without outcome, waiting ones included
+  size_t max_waiting = 100000;               // of these, requests of a zone that cannot be sent yet
   size_t max_kept_bytes = size_t{64} << 20;  // a zone; of requests that wait or may be repeated
-  size_t buffer_limit = size_t{16} << 20;  // bytes, each direction of each connection
+  size_t buffer_limit = size_t{16} << 20;    // bytes, each direction of each connection
   uint32_t heartbeat_ms = 1000;
   uint32_t check_heartbeat_ms = 30000;  // silence after which a connection is made anew
   int32_t perf_sample_percent = 0;      // share of simple requests whose way is measured
@@ -50,8 +50,8 @@ struct ClientOptions {
   int64_t directory_refresh_ms = 5000;
 
   // Of Client alone. What runs callbacks in the place of its background thread: takes a task, keeps
-  // it, runs it once, on any thread; or refuses with false, and the background thread runs it. It is
-  // called on the background thread. A task may run after its client is gone. Empty: none.
+  // it, runs it once, on any thread; or refuses with false, and the background thread runs it. It
+  // is called on the background thread. A task may run after its client is gone. Empty: none.
   std::function<bool(std::function<void()> task)> executor;
   // Of Client alone: memory of the packages that Call and futures collect of one answer.
   size_t max_answer_bytes = size_t{64} << 20;

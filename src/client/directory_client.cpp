@@ -278,8 +278,8 @@ int64_t DirectoryClient::NextBackoff() {
   m_backoff_ms = m_backoff_ms == 0 ? m_options.first_backoff_ms
                                    : std::min(2 * m_backoff_ms, m_options.longest_backoff_ms);
   const int64_t quarter = m_backoff_ms / 4;
-  return m_backoff_ms - quarter + static_cast<int64_t>(m_options.random() %
-                                                           static_cast<uint64_t>(2 * quarter + 1));
+  return m_backoff_ms - quarter +
+         static_cast<int64_t>(m_options.random() % static_cast<uint64_t>(2 * quarter + 1));
 }
 
 }  // namespace OstrandService

@@ -1,5 +1,5 @@
-// The requests that a client accepted and for which it has not handed out the outcome yet: each gets
-// exactly one.
+// The requests that a client accepted and for which it has not handed out the outcome yet: each
+// gets exactly one.
 //
 // Ids. A request is known by the asynchronous id that Add gave it. On the wire each of its tries
 // has an id of its own; the first has the request's. An id names its slot in its low bits, so both
@@ -32,8 +32,8 @@ struct PendingRequest {
     kEnded,     // chained to those whose outcome is there
   };
 
-  uint64_t id = 0;       // the application's
-  uint64_t wire_id = 0;  // of the try
+  uint64_t id = 0;              // the application's
+  uint64_t wire_id = 0;         // of the try
   int64_t deadline_ms = 0;      // monotonic; of the request
   int64_t try_deadline_ms = 0;  // of the try
   int32_t timeout_ms = 0;

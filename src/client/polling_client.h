@@ -15,24 +15,24 @@
 //
 // Outcomes: each request that Send accepted has exactly one, which Receive hands out once: its
 // answer, or what stands in its place (response.GetResult() tells: no answer in time, connection
-// lost, no proxy). An answer in several packages is handed out package by package; HaveMoreResPkgs()
-// tells whether another follows. What comes for a request that has had its outcome is dropped and
-// counted.
+// lost, no proxy). An answer in several packages is handed out package by package;
+// HaveMoreResPkgs() tells whether another follows. What comes for a request that has had its
+// outcome is dropped and counted.
 //
-// Waiting: a request that cannot be sent now, because no proxy can take it or a queue is full, waits
-// for that as long as its time-out; it then ends with the reason. One that asks for it (SetRepeat)
-// is sent again when its connection is lost or a share of its time is over.
+// Waiting: a request that cannot be sent now, because no proxy can take it or a queue is full,
+// waits for that as long as its time-out; it then ends with the reason. One that asks for it
+// (SetRepeat) is sent again when its connection is lost or a share of its time is over.
 //
 // Pauses: an owner that calls nothing for a while loses nothing but time. What came meanwhile is
 // read first, and only then silence begins to count. For heartbeats to go on, call Update, or
 // Receive, when NextDueMs says so.
 //
-// Other loops: Fd() is readable while there is something to do; then call Receive with a time-out of
-// 0, as often as it hands out something or once a turn.
+// Other loops: Fd() is readable while there is something to do; then call Receive with a time-out
+// of 0, as often as it hands out something or once a turn.
 //
-// Sending: Send queues. Queued requests leave together when Receive, Update or Flush is called, when
-// 256 of them wait, and at once when nothing else is in flight (as Nagle's algorithm, RFC 896, does
-// with bytes).
+// Sending: Send queues. Queued requests leave together when Receive, Update or Flush is called,
+// when 256 of them wait, and at once when nothing else is in flight (as Nagle's algorithm, RFC 896,
+// does with bytes).
 //
 // Errors: codes (client/client_errors.h, and those of router, codec and store; ErrorText has a text
 // for each); nothing throws. Without memory operations answer ROUTER_ERR_ALLOCATION. In a forked

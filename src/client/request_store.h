@@ -1,8 +1,8 @@
 // Requests that are kept: those that wait, and those that may be sent again.
 //
-// What is kept is the request's bytes and its small head, in records that are used again: nothing is
-// allocated once there are as many as ever were kept at once.
-// Ownership: owns the records. Threads: none inside.
+// What is kept is the request's bytes and its small head, in records that are used again: nothing
+// is allocated once there are as many as ever were kept at once. Ownership: owns the records.
+// Threads: none inside.
 #pragma once
 
 #include <cstddef>

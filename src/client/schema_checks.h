@@ -33,8 +33,7 @@ class SchemaChecks {
   // What became of a table's check: RegisterTableInfo's codes.
   using Verdict = std::function<int32_t(int32_t zone_id, const char* table)>;
 
-  SchemaChecks(int32_t app_id, Verdict verdict)
-      : m_app_id(app_id), m_verdict(std::move(verdict)) {}
+  SchemaChecks(int32_t app_id, Verdict verdict) : m_app_id(app_id), m_verdict(std::move(verdict)) {}
 
   // A table to be checked. REQUIRES: before anything else; the zone outlives this.
   void Add(Zone& zone, const std::string& table, int32_t meta_version);
@@ -56,9 +55,9 @@ class SchemaChecks {
     Zone* zone;
     std::string table;
     int32_t meta_version;
-    uint64_t asyn_id = 0;   // of the request that waits for its answer; 0: none does
-    int64_t due_ms = 0;     // the answer's deadline, or the next request
-    int64_t pause_ms = 0;   // the last one; 0: none
+    uint64_t asyn_id = 0;  // of the request that waits for its answer; 0: none does
+    int64_t due_ms = 0;    // the answer's deadline, or the next request
+    int64_t pause_ms = 0;  // the last one; 0: none
     int32_t last_error = 0;
     bool is_done = false;
     bool waits_for_proxy = false;  // every update looks whether there is one

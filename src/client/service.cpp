@@ -97,10 +97,9 @@ Service::Service(OSTRNET::EventLoop& loop, const ClientOptions& options,
       m_listener(listener),
       m_stderr_logger(OstrandCommon::OSTRAND_LOG_LEVEL_WARN, loop.Sys()),
       m_logger(options.logger != nullptr ? options.logger : &m_stderr_logger),
-      m_checks(static_cast<int32_t>(options.app_id),
-               [this](int32_t zone_id, const char* table) {
-                 return TableCheckResult(zone_id, table);
-               }) {
+      m_checks(static_cast<int32_t>(options.app_id), [this](int32_t zone_id, const char* table) {
+        return TableCheckResult(zone_id, table);
+      }) {
   m_local_buffer = m_options.keep_user_buffers ? this : nullptr;
 }
 
@@ -137,9 +136,8 @@ int Service::StartZone(int32_t zone_id) {
       1 + static_cast<uint32_t>(m_loop.Sys().RandomNumber() % m_options.heartbeat_ms);
   zone->latency = std::make_unique<LatencyDataTable>(m_options.app_id, m_options.max_in_flight);
   m_zone_events.push_back(std::make_unique<ZoneEvents>(*this, *zone));
-  zone->connectors =
-      std::make_unique<TcpConnectorMgr>(m_loop, m_logger, m_options.module_id,
-                                        *m_zone_events.back(), m_options.buffer_limit);
+  zone->connectors = std::make_unique<TcpConnectorMgr>(
+      m_loop, m_logger, m_options.module_id, *m_zone_events.back(), m_options.buffer_limit);
   const char* signature = m_options.signature.empty() ? nullptr : m_options.signature.c_str();
   zone->router = std::make_unique<OstrandRouter>(
       m_options.module_id, m_pack_buffer.get(), ostrand_protocol_cs::OSTRAND_MAX_REQ_FRAME_LEN,
@@ -165,8 +163,8 @@ void Service::StartDirectory() {
   directory.refresh_ms = m_options.directory_refresh_ms;
   directory.random = [this] { return m_loop.Sys().RandomNumber(); };
   m_directory_events = std::make_unique<DirectoryEvents>(*this);
-  m_directory_connectors = std::make_unique<TcpConnectorMgr>(m_loop, m_logger, m_options.module_id,
-                                                             *m_directory_events);
+  m_directory_connectors =
+      std::make_unique<TcpConnectorMgr>(m_loop, m_logger, m_options.module_id, *m_directory_events);
   m_directory_connectors->LeavePausesToOthers();  // or a pause would use up the patience
   DirectoryListener& listener = *this;
   m_directory = std::make_unique<DirectoryClient>(*m_directory_connectors, m_logger,
@@ -237,8 +235,7 @@ void Service::Update() {
 
 void Service::UpdateZone(Zone& zone) {
   const char* signature = m_options.signature.empty() ? nullptr : m_options.signature.c_str();
-  const uint32_t interval_ms =
-      zone.heartbeats == 1 ? zone.first_period_ms : zone.heartbeat_ms;
+  const uint32_t interval_ms = zone.heartbeats == 1 ? zone.first_period_ms : zone.heartbeat_ms;
   const int64_t now_ms = OstrandCommon::ReadCurrentMicroseconds() / 1000;
   zone.router->OnUpdate(now_ms, 0, signature, nullptr, nullptr);
   if (now_ms - zone.last_heartbeat_ms > interval_ms) {
@@ -257,8 +254,8 @@ void Service::UpdateZone(Zone& zone) {
 void Service::ApplyIntervals(Zone& zone) {
   zone.router->SetHeartbeatInterval(zone.heartbeats == 1 ? zone.first_period_ms
                                                          : zone.heartbeat_ms);
-  const bool forgives = m_forgiven_ms > 0 &&
-                        m_loop.NowMs() - m_paused_at_ms < int64_t{zone.check_heartbeat_ms};
+  const bool forgives =
+      m_forgiven_ms > 0 && m_loop.NowMs() - m_paused_at_ms < int64_t{zone.check_heartbeat_ms};
   const int64_t check_ms = zone.check_heartbeat_ms + (forgives ? m_forgiven_ms : 0);
   zone.router->SetCheckHeartbeatInterval(
       static_cast<uint32_t>(std::min<int64_t>(check_ms, INT32_MAX)));
@@ -269,7 +266,8 @@ void Service::OnOwnerPaused(int64_t paused_ms) {
   for (const auto& zone : m_zones) {
     longest_ms = std::max<int64_t>(longest_ms, zone->check_heartbeat_ms);
   }
-  const bool is_first = m_forgiven_ms == 0 || m_loop.NowMs() - m_paused_at_ms - paused_ms >= longest_ms;
+  const bool is_first =
+      m_forgiven_ms == 0 || m_loop.NowMs() - m_paused_at_ms - paused_ms >= longest_ms;
   m_forgiven_ms = is_first ? paused_ms : m_forgiven_ms + paused_ms;
   m_paused_at_ms = m_loop.NowMs();
   for (const auto& zone : m_zones) {
@@ -335,8 +333,7 @@ int64_t Service::NextDueMs() {
                     [](const auto& connector) { return Zone::IsUsable(*connector); });
     const int64_t tick_ms =
         !is_settled ? kUnsettledMs : (zone->latency->InFlight() > 0 ? kBusyMs : kIdleMs);
-    const uint32_t interval_ms =
-        zone->heartbeats == 1 ? zone->first_period_ms : zone->heartbeat_ms;
+    const uint32_t interval_ms = zone->heartbeats == 1 ? zone->first_period_ms : zone->heartbeat_ms;
     const int64_t heartbeat_in_ms = zone->last_heartbeat_ms + interval_ms + 1 - wall_ms;
     due_ms = std::min(due_ms, now_ms + std::clamp<int64_t>(heartbeat_in_ms, 1, tick_ms));
   }

@@ -44,7 +44,7 @@ class ServiceListener {
 // A registered table.
 struct Table {
   std::string name;
-  uint16_t zone = 0;  // index
+  uint16_t zone = 0;      // index
   int32_t subscript = 0;  // in the statistics
   LPVEXMETA schema = nullptr;
   int32_t meta_version = -1;

@@ -117,14 +117,14 @@ class TcpConnector : public OSTRNET::CConnector, private OSTRNET::TcpStream::Lis
   int m_status = STATUS_DISCONNECTED;
   uint64_t m_connection = 0;
   OSTRNET::TcpStream m_stream;
-  OSTRNET::Timer m_pause;       // before an attempt after failed ones
-  uint32_t m_failures = 0;      // attempts in a row
-  int64_t m_spare_until_ms = 0;  // a silence up to then is our own
-  bool m_read_stopped = false;  // no room: the stream is not read
+  OSTRNET::Timer m_pause;                // before an attempt after failed ones
+  uint32_t m_failures = 0;               // attempts in a row
+  int64_t m_spare_until_ms = 0;          // a silence up to then is our own
+  bool m_read_stopped = false;           // no room: the stream is not read
   size_t m_room_told_at = kNobodyWaits;  // bytes of output
   bool m_is_over_half = false;           // of the output limit
-  FrameQueue m_old_frames;  // of connections that are gone
-  FrameQueue m_frames;      // of this one
+  FrameQueue m_old_frames;               // of connections that are gone
+  FrameQueue m_frames;                   // of this one
   // False only while both are empty.
   OstrandCommon::Relaxed<bool>* m_may_have_incoming = &m_own_flag;
   OstrandCommon::Relaxed<bool> m_own_flag = false;  // until another one is given

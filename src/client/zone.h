@@ -43,16 +43,15 @@ struct Zone {
 
   // Whether the router would find a proxy: known without asking it.
   bool can_route = false;
-  uint64_t usable = 0;      // tells which connections requests could be routed to; 0: none
-  bool look_again = true;    // can_route may no longer hold
+  uint64_t usable = 0;        // tells which connections requests could be routed to; 0: none
+  bool look_again = true;     // can_route may no longer hold
   bool lists_changed = true;  // connectors' is_in_use may no longer hold
 
   // What the router goes by when it looks for a proxy.
   static bool IsUsable(const TcpConnector& connector) {
     const auto* server = static_cast<const ProxyServer*>(connector.arg());
     return connector.is_in_use && server->auth_succeed && server->last_auth_result == 0 &&
-           server->is_available &&
-           connector.GetStatus() == OSTRNET::CConnector::STATUS_CONNECTED;
+           server->is_available && connector.GetStatus() == OSTRNET::CConnector::STATUS_CONNECTED;
   }
 };
 

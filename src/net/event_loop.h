@@ -97,8 +97,8 @@ class OSTRAND_API EventLoop : private OstrandCommon::ThreadClock {
   void FlushAll();
   void ForgetFlush(Flushable* flushable);
 
-  // Makes room for one more that flushes, asks for events again and has timers, so that none of that
-  // can fail later; takes it back. May throw std::bad_alloc; then nothing is changed.
+  // Makes room for one more that flushes, asks for events again and has timers, so that none of
+  // that can fail later; takes it back. May throw std::bad_alloc; then nothing is changed.
   void EnterUser();
   void LeaveUser() { --m_users; }
 

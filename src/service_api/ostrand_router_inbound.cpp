@@ -38,9 +38,8 @@ bool IsInnerCommand(uint32_t cmd) {
 
 // An element that carries no record, or whose record has no connection, is as good as absent.
 RealServerNode* WithServer(RealServerNode* node) {
-  return node != nullptr && node->server != nullptr && node->server->connector != nullptr
-             ? node
-             : nullptr;
+  return node != nullptr && node->server != nullptr && node->server->connector != nullptr ? node
+                                                                                          : nullptr;
 }
 
 // The decimal number behind `key` in a text of pairs that end in ';'. 0 without the key; numbers

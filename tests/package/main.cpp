@@ -3,8 +3,8 @@
 #include <cstdio>
 #include <string_view>
 
-#include "client/polling_client.h"
 #include "client/error_text.h"
+#include "client/polling_client.h"
 #include "fleet/fleet.h"
 
 int main() {

@@ -7,8 +7,10 @@ namespace {
 
 TEST(ReadAddressTest, AddsTheSchemeWhereItIsMissing) {
   const char* const given[][2] = {
-      {"tcp://127.0.0.1:9000", "tcp://127.0.0.1:9000"}, {"127.0.0.1:9000", "tcp://127.0.0.1:9000"},
-      {"localhost:9000", "tcp://localhost:9000"},       {"[::1]:9000", "tcp://[::1]:9000"},
+      {"tcp://127.0.0.1:9000", "tcp://127.0.0.1:9000"},
+      {"127.0.0.1:9000", "tcp://127.0.0.1:9000"},
+      {"localhost:9000", "tcp://localhost:9000"},
+      {"[::1]:9000", "tcp://[::1]:9000"},
   };
   for (const auto& [address, expected] : given) {
     std::string url;
@@ -19,9 +21,18 @@ TEST(ReadAddressTest, AddsTheSchemeWhereItIsMissing) {
 }
 
 TEST(ReadAddressTest, SaysWhatAnAddressIs) {
-  const char* const given[] = {"",         "tcp://",       "127.0.0.1",       "127.0.0.1:0",
-                               "host:",    "host:65536",   "host:9000x",      ":9000",
-                               "a:b:9000", "tcp://a/b:90", "udp://host:9000", "host:-1",
+  const char* const given[] = {"",
+                               "tcp://",
+                               "127.0.0.1",
+                               "127.0.0.1:0",
+                               "host:",
+                               "host:65536",
+                               "host:9000x",
+                               ":9000",
+                               "a:b:9000",
+                               "tcp://a/b:90",
+                               "udp://host:9000",
+                               "host:-1",
                                "no such host:9000"};
   for (const char* address : given) {
     std::string url;
