@@ -13,6 +13,8 @@ namespace {
 constexpr size_t kPassOverInAPoll = 1024;  // packages that are no outcome
 // The owner did something else for so long that what it sent meanwhile is stamped anew.
 constexpr int64_t kRestampMs = 20;
+// After a pause of the owner: so long at most what came meanwhile goes before time-outs.
+constexpr int64_t kAnswersFirstMs = 1000;
 
 }  // namespace
 
@@ -39,9 +41,24 @@ int ClientCore::Start() { return m_loop.Error() != 0 ? ROUTER_ERR_FAILED : m_ser
 void ClientCore::LookAfterOwner() {
   const int64_t passed_ms = LookAtClock();
   if (passed_ms >= kPauseMs) {
-    m_service.OnOwnerPaused(passed_ms);
+    OwnerPaused(passed_ms);
     m_loop.RunOnce(0);  // what came meanwhile, before anybody is called silent
     AfterRound();
+  }
+}
+
+void ClientCore::OwnerPaused(int64_t paused_ms) {
+  m_service.OnOwnerPaused(paused_ms);
+  m_answers_first_until_ms = m_loop.NowMs() + kAnswersFirstMs;
+  for (size_t i = 0; i < m_service.ZoneCount(); ++i) {
+    m_service.ZoneAt(i).latency->HoldExpiry(true);
+  }
+}
+
+void ClientCore::EndAnswersFirst() {
+  m_answers_first_until_ms = INT64_MIN;
+  for (size_t i = 0; i < m_service.ZoneCount(); ++i) {
+    m_service.ZoneAt(i).latency->HoldExpiry(false);
   }
 }
 
@@ -85,14 +102,13 @@ void ClientCore::Round(int64_t until_ms) {
   const bool has_room = RoomCame();  // then the round does not wait
   const int64_t due_ms = has_room ? now_ms : std::min(until_ms, NextDueMs());
   constexpr int64_t kLongestWaitMs = 60000;
-  const int64_t wait_ms =
-      due_ms <= now_ms ? 0 : std::min(due_ms - now_ms, kLongestWaitMs);
+  const int64_t wait_ms = due_ms <= now_ms ? 0 : std::min(due_ms - now_ms, kLongestWaitMs);
   m_loop.RunOnce(static_cast<int>(wait_ms));
   m_queued = 0;
   m_stamped.clear();
   const int64_t passed_ms = m_loop.NowMs() - now_ms;
   if (passed_ms - wait_ms >= kPauseMs) {  // a machine that stood still
-    m_service.OnOwnerPaused(passed_ms - wait_ms);
+    OwnerPaused(passed_ms - wait_ms);
   }
   AfterRound();
 }
@@ -125,7 +141,7 @@ void ClientCore::Flush() {
   m_queued = 0;
   const int64_t passed_ms = LookAtClock();  // the owner may have paused before it sent
   if (passed_ms >= kPauseMs) {
-    m_service.OnOwnerPaused(passed_ms);
+    OwnerPaused(passed_ms);
   }
 }
 
@@ -163,6 +179,14 @@ bool ClientCore::HasWork() {
 }
 
 ClientCore::Taken ClientCore::TakeOutcome(ClientResponse& response) {
+  if (m_answers_first_until_ms != INT64_MIN) {
+    const Taken taken = PollZones(response);
+    if (taken == Taken::kOutcome ||
+        (taken == Taken::kLookAgain && m_loop.NowMs() < m_answers_first_until_ms)) {
+      return taken;
+    }
+    EndAnswersFirst();
+  }
   while (m_ended.empty()) {
     PendingRequest* const overdue = m_pending.FirstOverdue(m_loop.NowMs());
     if (overdue == nullptr) {
@@ -174,6 +198,10 @@ ClientCore::Taken ClientCore::TakeOutcome(ClientResponse& response) {
     HandOutEnded(response);
     return Taken::kOutcome;
   }
+  return PollZones(response);
+}
+
+ClientCore::Taken ClientCore::PollZones(ClientResponse& response) {
   size_t passed_over = 0;
   const size_t zones = m_service.ZoneCount();
   for (size_t i = 0; i < zones; ++i) {

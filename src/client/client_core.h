@@ -1,9 +1,9 @@
 // What both clients are made of: a loop, a service on it, and the requests without outcome.
 //
-// A request that was accepted is sent at once where that can succeed; else it waits, in the order of
-// its zone, until something happens with which it can. A sent one whose connection is lost, or whose
-// try is over, is sent again if it may be. So each has exactly one outcome: an answer, package by
-// package, or what stands in its place. docs/internals.md draws the states.
+// A request that was accepted is sent at once where that can succeed; else it waits, in the order
+// of its zone, until something happens with which it can. A sent one whose connection is lost, or
+// whose try is over, is sent again if it may be. So each has exactly one outcome: an answer,
+// package by package, or what stands in its place. docs/internals.md draws the states.
 //
 // Ownership: owns everything below; borrows the options' logger and schemas, and the system.
 // Threads: one at a time, with a LoopScope of Loop() around every call; Loop().Wake(): any.
@@ -60,8 +60,8 @@ class ClientCore final : private ServiceListener {
   // Looks at the clock after its owner did something else for a time that nobody knows.
   void LookAfterOwner();
 
-  // One round of the loop, waiting until `until_ms` (monotonic) at the latest, and what follows from
-  // it.
+  // One round of the loop, waiting until `until_ms` (monotonic) at the latest, and what follows
+  // from it.
   void Round(int64_t until_ms);
   // Sends what is queued; the time of what was sent since the last look at the clock begins now.
   void Flush();
@@ -99,7 +99,10 @@ class ClientCore final : private ServiceListener {
   void End(PendingRequest& request, int32_t result);
   void HandOutEnded(ClientResponse& response);
   void Overdue(PendingRequest& request);
+  Taken PollZones(ClientResponse& response);
   Taken PollZone(Zone& zone, ClientResponse& response, size_t& passed_over);
+  void OwnerPaused(int64_t paused_ms);
+  void EndAnswersFirst();
   bool IsOutcome(ClientResponse& response);
   void Forget(PendingRequest& request);
   void ForgetTry(PendingRequest& request);
@@ -122,6 +125,9 @@ class ClientCore final : private ServiceListener {
   std::vector<uint64_t> m_stamped;  // sent since the last look at the clock
   size_t m_next_zone = 0;           // polled first
   size_t m_queued = 0;              // requests queued since the last flush
+  // After a pause of the owner answers that came meanwhile are handed out before anything times
+  // out, up to this time (monotonic); INT64_MIN: not now.
+  int64_t m_answers_first_until_ms = INT64_MIN;
 };
 
 }  // namespace OstrandService
