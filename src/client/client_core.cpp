@@ -13,6 +13,8 @@ namespace {
 constexpr size_t kPassOverInAPoll = 1024;  // packages that are no outcome
 // The owner did something else for so long that what it sent meanwhile is stamped anew.
 constexpr int64_t kRestampMs = 20;
+// After a pause of the owner: so long at most what came meanwhile goes before time-outs.
+constexpr int64_t kAnswersFirstMs = 1000;
 
 }  // namespace
 
@@ -48,9 +50,24 @@ int ClientCore::Start() {
 void ClientCore::LookAfterOwner() {
   const int64_t passed_ms = LookAtClock();
   if (passed_ms >= kPauseMs) {
-    m_service.OnOwnerPaused(passed_ms);
+    OwnerPaused(passed_ms);
     m_loop.RunOnce(0);  // what came meanwhile, before anybody is called silent
     AfterRound();
+  }
+}
+
+void ClientCore::OwnerPaused(int64_t paused_ms) {
+  m_service.OnOwnerPaused(paused_ms);
+  m_answers_first_until_ms = m_loop.NowMs() + kAnswersFirstMs;
+  for (size_t i = 0; i < m_service.ZoneCount(); ++i) {
+    m_service.ZoneAt(i).latency->HoldExpiry(true);
+  }
+}
+
+void ClientCore::EndAnswersFirst() {
+  m_answers_first_until_ms = INT64_MIN;
+  for (size_t i = 0; i < m_service.ZoneCount(); ++i) {
+    m_service.ZoneAt(i).latency->HoldExpiry(false);
   }
 }
 
@@ -100,7 +117,7 @@ void ClientCore::Round(int64_t until_ms) {
   m_stamped.clear();
   const int64_t passed_ms = m_loop.NowMs() - now_ms;
   if (passed_ms - wait_ms >= kPauseMs) {  // a machine that stood still
-    m_service.OnOwnerPaused(passed_ms - wait_ms);
+    OwnerPaused(passed_ms - wait_ms);
   }
   AfterRound();
 }
@@ -133,7 +150,7 @@ void ClientCore::Flush() {
   m_queued = 0;
   const int64_t passed_ms = LookAtClock();  // the owner may have paused before it sent
   if (passed_ms >= kPauseMs) {
-    m_service.OnOwnerPaused(passed_ms);
+    OwnerPaused(passed_ms);
   }
 }
 
@@ -160,6 +177,14 @@ bool ClientCore::HasWork() {
 }
 
 ClientCore::Taken ClientCore::TakeOutcome(ClientResponse& response) {
+  if (m_answers_first_until_ms != INT64_MIN) {
+    const Taken taken = PollZones(response);
+    if (taken == Taken::kOutcome ||
+        (taken == Taken::kLookAgain && m_loop.NowMs() < m_answers_first_until_ms)) {
+      return taken;
+    }
+    EndAnswersFirst();
+  }
   while (m_ended.empty()) {
     PendingRequest* const overdue = m_pending.FirstOverdue(m_loop.NowMs());
     if (overdue == nullptr) {
@@ -171,6 +196,10 @@ ClientCore::Taken ClientCore::TakeOutcome(ClientResponse& response) {
     HandOutEnded(response);
     return Taken::kOutcome;
   }
+  return PollZones(response);
+}
+
+ClientCore::Taken ClientCore::PollZones(ClientResponse& response) {
   size_t passed_over = 0;
   const size_t zones = m_service.ZoneCount();
   for (size_t i = 0; i < zones; ++i) {

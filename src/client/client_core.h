@@ -102,7 +102,10 @@ class ClientCore final : private ServiceListener {
   void End(PendingRequest& request, int32_t result);
   void HandOutEnded(ClientResponse& response);
   void Overdue(PendingRequest& request);
+  Taken PollZones(ClientResponse& response);
   Taken PollZone(Zone& zone, ClientResponse& response, size_t& passed_over);
+  void OwnerPaused(int64_t paused_ms);
+  void EndAnswersFirst();
   bool IsOutcome(ClientResponse& response);
   void Forget(PendingRequest& request);
   void ForgetTry(PendingRequest& request);
@@ -126,6 +129,9 @@ class ClientCore final : private ServiceListener {
   size_t m_next_zone = 0;           // polled first
   size_t m_queued = 0;              // requests queued since the last flush
   bool m_may_have_outcome = true;   // something happened since TakeOutcome found nothing
+  // After a pause of the owner answers that came meanwhile are handed out before anything times
+  // out, up to this time (monotonic); INT64_MIN: not now.
+  int64_t m_answers_first_until_ms = INT64_MIN;
 };
 
 }  // namespace OstrandService

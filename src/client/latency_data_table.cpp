@@ -229,7 +229,7 @@ LatencyData* LatencyDataTable::TraverseForDeleteTimeOutNode(
     OstrandServiceStatisticMgr* statistic_mgr) {
   uint32_t index = 0;
   int64_t deadline_ms = 0;
-  if (!m_deadlines.First(index, deadline_ms) ||
+  if (m_is_expiry_held || !m_deadlines.First(index, deadline_ms) ||
       OstrandCommon::GetCurrentMilliseconds() <= deadline_ms) {
     return nullptr;
   }

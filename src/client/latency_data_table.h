@@ -75,6 +75,9 @@ class OSTRAND_API LatencyDataTable : public LatencyDataMgr {
   // statistics have that; statistic_mgr may be null.
   LatencyData* TraverseForDeleteTimeOutNode(OstrandServiceStatisticMgr* statistic_mgr) override;
 
+  // While it is held no record expires: answers that came in time are still to be looked at.
+  void HoldExpiry(bool is_held) { m_is_expiry_held = is_held; }
+
   // Records not freed yet.
   size_t InFlight() const { return m_in_flight; }
   // The id that the last PushBack answered, once; -1: none since.
@@ -116,6 +119,7 @@ class OSTRAND_API LatencyDataTable : public LatencyDataMgr {
   int32_t m_next_id = 0;
   int32_t m_last_id = -1;
   uint32_t m_in_flight = 0;
+  bool m_is_expiry_held = false;
   uint32_t m_used_slots = 0;             // slots that were ever in use; those behind are untouched
   uint32_t m_free = kNone;               // the slot freed last
   uint32_t m_chain_count = 0;            // a power of two, or 0 before the first record

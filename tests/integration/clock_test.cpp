@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "integration/integration_kit.h"
+#include "integration/stepping_system.h"
 
 namespace OstrandTests {
 namespace {
@@ -62,8 +63,8 @@ TEST_F(Clock, StepsForwardADay) {
   EXPECT_EQ(TimedOut(), 200u);
   RemoveFaults();
   m_work->SetTimeout(500);  // for what is sent before the connections are left
+  ASSERT_TRUE(m_work->RunUntil([&] { return m_fleet->Counters(0).connections_accepted == 2; }));
   ASSERT_TRUE(m_work->Run(500));
-  EXPECT_EQ(m_fleet->Counters(0).connections_accepted, 2u);
 }
 
 TEST_F(Clock, StepsBackAndForwardWithRequestsInFlight) {
@@ -115,6 +116,50 @@ TEST_F(Clock, TheProcessStandsForTwoMinutes) {
   ASSERT_TRUE(m_work->Drain());
   m_work->SetTimeout(500);
   ASSERT_TRUE(m_work->Run(1000));
+}
+
+// --- The system's wall clock alone, as the client sees it: its own time neither steps nor stops.
+// ---
+
+class WallClock : public RuntimeTest {
+ protected:
+  void StartAll() {
+    m_system = &m_stepping;
+    StartFleet(2);
+    auto options = Options();
+    options.heartbeat_ms = 20;
+    StartClient(options);
+    ASSERT_TRUE(m_work->Run(200));
+  }
+
+  SteppingSystem m_stepping;
+};
+
+TEST_F(WallClock, ThatStepsByAnHourStopsNothingAndExpiresNothing) {
+  StartAll();
+  SetFaultsOfAll([](OstrandFleet::ProxyFaults& faults) { faults.delay_ms = 10; });
+  for (const int64_t step_ms : {kHourMs, -kHourMs, -kHourMs, 3 * kHourMs, -kDayMs, kDayMs}) {
+    const uint64_t beats = m_fleet->Counters(0).heartbeats;
+    ASSERT_TRUE(m_work->Run(50));
+    m_stepping.Step(step_ms);
+    ASSERT_TRUE(m_work->Run(200));
+    ASSERT_TRUE(UpdateUntil([&] { return m_fleet->Counters(0).heartbeats >= beats + 3; }));
+  }
+  ASSERT_TRUE(m_work->Drain());
+  EXPECT_EQ(m_work->tally().timed_out + m_work->tally().failed, 0u);
+  EXPECT_EQ(m_fleet->Counters(0).connections_accepted, 1u);
+  EXPECT_EQ(m_fleet->Counters(1).connections_accepted, 1u);
+}
+
+TEST_F(WallClock, ThatStepsDoesNotKeepALostProxyFromComingBack) {
+  StartAll();
+  ASSERT_TRUE(m_work->Drain());
+  m_stepping.Step(-kHourMs);
+  m_fleet->CloseConnections(0);
+  ASSERT_TRUE(UpdateUntil([&] { return m_fleet->Counters(0).sign_ups_accepted == 2; }));
+  m_stepping.Step(kHourMs);
+  m_fleet->CloseConnections(0);
+  ASSERT_TRUE(UpdateUntil([&] { return m_fleet->Counters(0).sign_ups_accepted == 3; }));
 }
 
 }  // namespace
