@@ -228,9 +228,8 @@ void LatencyDataTable::FreeLatencyData(LatencyData* record) {
 LatencyData* LatencyDataTable::TraverseForDeleteTimeOutNode(
     OstrandServiceStatisticMgr* statistic_mgr) {
   uint32_t index = 0;
-  int64_t deadline_ms = 0;
-  if (!m_deadlines.First(index, deadline_ms) ||
-      OstrandCommon::GetCurrentMilliseconds() <= deadline_ms) {
+  if (m_in_flight == 0 ||
+      !m_deadlines.FirstBefore(OstrandCommon::GetCurrentMilliseconds(), index)) {
     return nullptr;
   }
   m_deadlines.Erase(index);
