@@ -149,10 +149,11 @@ void LatencyDataTable::GrowChains() {
 }
 
 int32_t LatencyDataTable::TakeId() {
-  while (GetLatencyData(m_next_id) != nullptr) {
+  while (m_ids_come_again && GetLatencyData(m_next_id) != nullptr) {
     m_next_id = m_next_id == INT32_MAX ? 0 : m_next_id + 1;
   }
   const int32_t id = m_next_id;
+  m_ids_come_again = m_ids_come_again || id == INT32_MAX;
   m_next_id = id == INT32_MAX ? 0 : id + 1;
   return id;
 }
