@@ -7,12 +7,20 @@
 //   mode,ports,window,reqs,secs,req/s,user us,sys us,cpu us,voluntary switches,errors,
 //   calls/req,p50 us,p90 us,p99 us,p99.9 us,p99.99 us
 //
-// Processor times are those of the client's process, per request (getrusage). Mode "client" is the
-// library. Mode "plain" is the least that a client can do for the same traffic: frames made
-// beforehand, one epoll loop, no router, codec or statistics; what the library adds is the
-// difference of the two.
+// Processor times are those of the client's process, per request (getrusage). Modes:
 //
-// Usage: end_to_end [--quick] [--ports N --window N] [--requests N] [--json FILE]
+//   plain    the least that a client can do for the same traffic: frames made beforehand, one epoll
+//            loop, no router, codec or statistics
+//   own      the benchmark's own share, in all below: requests built, clocks read, times counted
+//   polling  a PollingClient
+//   client   a Client: one thread sends, callbacks count on the client's own
+//   calls    (only when named) four threads in Client::Call, beside four PollingClients each called
+//            on a thread of its own ("calls-polling")
+//   idle     (only when named) clients that are asked for nothing, for ten seconds: wake-ups and
+//            memory
+//
+// Usage: end_to_end [--quick] [--mode NAME] [--ports N] [--window N] [--requests N] [--value-len N]
+//                   [--json FILE]
 #include <fcntl.h>
 #include <sched.h>
 #include <signal.h>
@@ -21,19 +29,17 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "cli/latency_histogram.h"
-#include "client/error_text.h"
-#include "client/polling_client.h"
-#include "common/clock.h"
+#include "end_to_end_library.h"
 #include "end_to_end_plain.h"
 #include "fleet/fleet_program.h"
 
@@ -43,15 +49,6 @@ namespace {
 
 using ostrand_bench::Configuration;
 using ostrand_bench::Figures;
-using OstrandCli::LatencyHistogram;
-using OstrandService::ClientOptions;
-using OstrandService::ClientRequest;
-using OstrandService::ClientResponse;
-using OstrandService::PollingClient;
-
-constexpr size_t kKeys = 65536;
-constexpr char kTable[] = "bench";
-constexpr int32_t kZone = 1;
 
 void Pin(int core) {
   cpu_set_t cores;
@@ -108,100 +105,6 @@ class FleetProcess {
   std::vector<std::string> m_urls;
 };
 
-std::string KeyOf(uint64_t number) {
-  char key[17];
-  std::snprintf(key, sizeof(key), "key%013llu", static_cast<unsigned long long>(number % kKeys));
-  return key;
-}
-
-class ClientLoad {
- public:
-  explicit ClientLoad(PollingClient& client)
-      : m_client(client), m_value(100, 'v'), m_keys(kKeys), m_sent_at(kKeys * 2) {
-    for (size_t i = 0; i < kKeys; ++i) {
-      m_keys[i] = KeyOf(i * 2654435761u);
-    }
-  }
-
-  // Keeps `window` requests in flight until `requests` had their outcome.
-  void Run(uint64_t requests, uint64_t window, Figures& figures) {
-    uint64_t sent = 0;
-    uint64_t done = 0;
-    while (done < requests) {
-      while (sent < requests && sent - done < window) {
-        done += SendOne(sent, figures) ? 0 : 1;
-        ++sent;
-      }
-      int ret = m_client.Receive(m_response, 1000);
-      while (ret == 1) {
-        TakeOutcome(figures);
-        ++done;
-        ret = sent < requests && sent - done > window / 2 ? m_client.Receive(m_response, 0) : 0;
-      }
-    }
-  }
-
- private:
-  bool SendOne(uint64_t number, Figures& figures) {
-    const bool is_read = number % 2 == 0;
-    if (is_read) {
-      m_request.Get(kTable);
-    } else {
-      m_request.Replace(kTable).Set("value", m_value);
-    }
-    m_request.Zone(kZone).Key("k", m_keys[number % kKeys]);
-    const int ret = m_client.Send(m_request);
-    if (ret != 0) {
-      ++figures.errors;
-      return false;
-    }
-    m_sent_at[m_request.GetAsynID() % m_sent_at.size()] = ostrand_bench::NowNs();
-    return true;
-  }
-
-  void TakeOutcome(Figures& figures) {
-    if (m_response.GetResult() != 0) {
-      ++figures.errors;
-      return;
-    }
-    const int64_t sent_at = m_sent_at[m_response.GetAsynID() % m_sent_at.size()];
-    figures.latency_ns.Add(static_cast<uint64_t>(ostrand_bench::NowNs() - sent_at));
-  }
-
-  PollingClient& m_client;
-  const std::string m_value;
-  std::vector<std::string> m_keys;
-  std::vector<int64_t> m_sent_at;  // by asynchronous id; more than ever are in flight
-  ClientRequest m_request;
-  ClientResponse m_response;
-};
-
-bool MeasureClient(const FleetProcess& fleet, const Configuration& configuration,
-                   Figures& figures) {
-  ClientOptions options;
-  options.app_id = 1;
-  options.zones = {kZone};
-  options.directory_urls = {fleet.Urls()[0]};
-  options.tables = {{kTable, kZone, nullptr}};
-  options.signature = "bench";
-  PollingClient client(options);
-  int ret = client.Start();
-  ret = ret == 0 ? client.WaitReady(10000) : ret;
-  if (ret != 0) {
-    std::fprintf(stderr, "end_to_end: %s\n", OstrandService::ErrorText(ret));
-    return false;
-  }
-  ClientLoad load(client);
-  Figures warm_up;
-  load.Run(configuration.requests / 10, configuration.window, warm_up);
-  const uint64_t calls_before = client.SystemCalls();
-  ostrand_bench::Meter meter;
-  load.Run(configuration.requests, configuration.window, figures);
-  meter.Stop(figures);
-  figures.system_calls = client.SystemCalls() - calls_before;
-  return true;
-}
-
 void Print(FILE* out, const char* mode, const Configuration& configuration, const Figures& figures,
            bool json) {
   const auto count = static_cast<double>(configuration.requests);
@@ -226,11 +129,36 @@ void Print(FILE* out, const char* mode, const Configuration& configuration, cons
   std::fflush(out);
 }
 
+using Measurement = bool (*)(const std::vector<std::string>& urls, const Configuration&, Figures&);
+
+struct Mode {
+  const char* name;
+  Measurement measure;
+  bool is_asked_for;  // only measured when it is named, once for each number of ports
+};
+
+constexpr Mode kModes[] = {
+    {"plain", ostrand_bench::MeasurePlain, false},
+    {"own", ostrand_bench::MeasureOwn, false},
+    {"polling", ostrand_bench::MeasurePolling, false},
+    {"client", ostrand_bench::MeasureClient, false},
+    {"calls", ostrand_bench::MeasureCalls, true},
+    {"calls", ostrand_bench::MeasurePollingCalls, true},
+};
+constexpr char kIdle[] = "idle";
+
+bool IsMode(std::string_view name) {
+  return name == kIdle || std::any_of(std::begin(kModes), std::end(kModes),
+                                      [name](const Mode& mode) { return name == mode.name; });
+}
+
 struct Arguments {
   bool quick = false;
   std::vector<int> ports = {1, 8, 200};
   std::vector<uint64_t> windows = {1, 64, 256, 1024};
   uint64_t requests = 0;  // 0: as many as the window needs
+  size_t value_len = 100;
+  std::string_view mode;  // empty: all that need not be asked for
   const char* json = nullptr;
 };
 
@@ -247,12 +175,16 @@ bool Parse(int argc, char** argv, Arguments& arguments) {
     const long long number = std::atoll(argv[i]);
     if (name == "--json") {
       arguments.json = argv[i];
+    } else if (name == "--mode" && IsMode(argv[i])) {
+      arguments.mode = argv[i];
     } else if (name == "--ports" && number > 0 && number <= 200) {
       arguments.ports = {static_cast<int>(number)};
     } else if (name == "--window" && number > 0 && number <= 65536) {
       arguments.windows = {static_cast<uint64_t>(number)};
     } else if (name == "--requests" && number > 0) {
       arguments.requests = static_cast<uint64_t>(number);
+    } else if (name == "--value-len" && number > 0 && number <= 65536) {
+      arguments.value_len = static_cast<size_t>(number);
     } else {
       return false;
     }
@@ -264,9 +196,103 @@ uint64_t RequestsOf(const Arguments& arguments, uint64_t window) {
   if (arguments.requests != 0) {
     return arguments.requests;
   }
-  const uint64_t requests = window == 1 ? 50000 : 1000000;
+  const uint64_t requests = window <= ostrand_bench::kCallers ? 50000 : 1000000;
   return arguments.quick ? requests / 50 : requests;
 }
+
+// Measures what the arguments ask for and prints it, as a table and as a list in JSON.
+class Report {
+ public:
+  Report(const Arguments& arguments, FILE* json) : m_arguments(arguments), m_json(json) {}
+
+  bool Run() {
+    std::printf(
+        "mode,ports,window,reqs,secs,req/s,user us,sys us,cpu us,voluntary switches,errors,"
+        "calls/req,p50 us,p90 us,p99 us,p99.9 us,p99.99 us\n");
+    bool all_well = true;
+    for (const int ports : m_arguments.ports) {
+      const FleetProcess fleet(ports);
+      if (fleet.Urls().size() != static_cast<size_t>(ports) + 1) {
+        std::fprintf(stderr, "end_to_end: the fleet did not start\n");
+        return false;
+      }
+      all_well =
+          (m_arguments.mode == kIdle ? RunIdle(fleet, ports) : RunModes(fleet, ports)) && all_well;
+    }
+    if (m_json != nullptr) {
+      std::fprintf(m_json, "%s]\n", m_separator[0] == '[' ? "[" : "");
+    }
+    return all_well;
+  }
+
+ private:
+  bool RunModes(const FleetProcess& fleet, int ports) {
+    bool all_well = true;
+    const bool is_by_calls = m_arguments.mode == "calls";
+    const std::vector<uint64_t> callers = {ostrand_bench::kCallers};
+    for (const uint64_t window : is_by_calls ? callers : m_arguments.windows) {
+      const Configuration configuration = {ports, window, RequestsOf(m_arguments, window),
+                                           m_arguments.value_len};
+      for (const Mode& mode : kModes) {
+        if (m_arguments.mode.empty() ? !mode.is_asked_for : m_arguments.mode == mode.name) {
+          all_well = RunOne(fleet, mode, configuration) && all_well;
+        }
+      }
+    }
+    return all_well;
+  }
+
+  bool RunOne(const FleetProcess& fleet, const Mode& mode, const Configuration& configuration) {
+    Figures figures;
+    if (!mode.measure(fleet.Urls(), configuration, figures)) {
+      return false;
+    }
+    const bool polls = mode.measure == ostrand_bench::MeasurePollingCalls;
+    const char* const name = polls ? "calls-polling" : mode.name;
+    Print(stdout, name, configuration, figures, false);
+    if (FILE* const json = NextJson()) {
+      Print(json, name, configuration, figures, true);
+    }
+    return figures.errors == 0;
+  }
+
+  bool RunIdle(const FleetProcess& fleet, int ports) {
+    const int seconds = m_arguments.quick ? 1 : 10;
+    bool all_well = true;
+    for (const bool with_threads : {false, true}) {
+      const char* const name = with_threads ? "idle-client" : "idle-polling";
+      ostrand_bench::IdleFigures figures;
+      if (!ostrand_bench::MeasureIdle(fleet.Urls(), with_threads, seconds, figures)) {
+        all_well = false;
+        continue;
+      }
+      std::printf("%s,%d ports: %.2f wake-ups a second, %.0f KiB resident, a client of %d\n", name,
+                  ports, figures.wake_ups_a_second, figures.resident_kib,
+                  ostrand_bench::kIdleClients);
+      if (FILE* const json = NextJson()) {
+        std::fprintf(json,
+                     "{\"mode\":\"%s\",\"ports\":%d,\"secs\":%d,\"clients\":%d,"
+                     "\"wake_ups_per_s\":%.3f,\"resident_kib\":%.0f}",
+                     name, ports, seconds, ostrand_bench::kIdleClients, figures.wake_ups_a_second,
+                     figures.resident_kib);
+      }
+    }
+    return all_well;
+  }
+
+  // Null when nothing is kept as JSON.
+  FILE* NextJson() {
+    if (m_json != nullptr) {
+      std::fputs(m_separator, m_json);
+      m_separator = ",\n";
+    }
+    return m_json;
+  }
+
+  const Arguments& m_arguments;
+  FILE* const m_json;
+  const char* m_separator = "[";
+};
 
 int Run(const Arguments& arguments) {
   FILE* json = arguments.json != nullptr ? std::fopen(arguments.json, "w") : nullptr;
@@ -275,43 +301,8 @@ int Run(const Arguments& arguments) {
                  std::strerror(errno));
     return 1;
   }
-  std::printf(
-      "mode,ports,window,reqs,secs,req/s,user us,sys us,cpu us,voluntary switches,errors,"
-      "calls/req,p50 us,p90 us,p99 us,p99.9 us,p99.99 us\n");
-  const char* separator = "[";
-  bool all_well = true;
-  for (const int ports : arguments.ports) {
-    const FleetProcess fleet(ports);
-    if (fleet.Urls().size() != static_cast<size_t>(ports) + 1) {
-      std::fprintf(stderr, "end_to_end: the fleet did not start\n");
-      return 1;
-    }
-    for (const uint64_t window : arguments.windows) {
-      const Configuration configuration = {ports, window, RequestsOf(arguments, window)};
-      for (const char* mode : {"plain", "client"}) {
-        Figures figures;
-        const bool measured =
-            std::strcmp(mode, "client") == 0
-                ? MeasureClient(fleet, configuration, figures)
-                : ostrand_bench::MeasurePlain(fleet.Urls(), configuration, figures);
-        all_well = all_well && measured && figures.errors == 0;
-        if (!measured) {
-          continue;
-        }
-        Print(stdout, mode, configuration, figures, false);
-        if (json != nullptr) {
-          std::fputs(separator, json);
-          Print(json, mode, configuration, figures, true);
-          separator = ",\n";
-        }
-      }
-    }
-  }
-  if (json != nullptr) {
-    std::fputs("]\n", json);
-    all_well = std::fclose(json) == 0 && all_well;
-  }
-  return all_well ? 0 : 1;
+  const bool all_well = Report(arguments, json).Run();
+  return (json == nullptr || std::fclose(json) == 0) && all_well ? 0 : 1;
 }
 
 }  // namespace
@@ -324,7 +315,8 @@ int main(int argc, char** argv) {
   Arguments arguments;
   if (!Parse(argc, argv, arguments)) {
     std::fprintf(stderr,
-                 "usage: end_to_end [--quick] [--ports N] [--window N] [--requests N] "
+                 "usage: end_to_end [--quick] [--mode plain|own|polling|client|calls|idle]\n"
+                 "                  [--ports N] [--window N] [--requests N] [--value-len N] "
                  "[--json FILE]\n");
     return 2;
   }

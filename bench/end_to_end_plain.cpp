@@ -53,16 +53,16 @@ std::string SignUpFrame() {
   return frame;
 }
 
-std::string RequestFrame(uint32_t cmd) {
+std::string RequestFrame(uint32_t cmd, size_t value_len) {
   OstrandService::ClientRequest request;
   request.Begin(cmd, "bench").Zone(1).Key("k", std::string(16, 'k'));
   if (cmd == ostrand_protocol_cs::OSTRAND_API_REPLACE_REQ) {
-    request.Set("value", std::string(100, 'v'));
+    request.Set("value", std::string(value_len, 'v'));
   }
   request.SetUserBuff(std::string(kContextLen, 'c'));
   OstrandService::RouterRequest routed;
   routed.Load(request.Head(), request.Bytes());
-  std::string frame(4096, '\0');
+  std::string frame(4096 + value_len, '\0');
   size_t len = frame.size();
   routed.Pack(frame.data(), len);
   frame.resize(len);
@@ -80,9 +80,10 @@ struct Connection {
 
 class PlainClient {
  public:
-  explicit PlainClient(Figures& figures) : m_figures(figures), m_scratch(kBufferSize, '\0') {
-    m_frames[0] = RequestFrame(ostrand_protocol_cs::OSTRAND_API_GET_REQ);
-    m_frames[1] = RequestFrame(ostrand_protocol_cs::OSTRAND_API_REPLACE_REQ);
+  PlainClient(Figures& figures, size_t value_len)
+      : m_figures(figures), m_scratch(kBufferSize, '\0') {
+    m_frames[0] = RequestFrame(ostrand_protocol_cs::OSTRAND_API_GET_REQ, value_len);
+    m_frames[1] = RequestFrame(ostrand_protocol_cs::OSTRAND_API_REPLACE_REQ, value_len);
   }
   ~PlainClient() {
     for (const Connection& connection : m_connections) {
@@ -263,7 +264,7 @@ void Meter::Stop(Figures& figures) const {
 
 bool MeasurePlain(const std::vector<std::string>& urls, const Configuration& configuration,
                   Figures& figures) {
-  PlainClient client(figures);
+  PlainClient client(figures, configuration.value_len);
   if (!client.Connect(urls) || !client.Run(configuration.requests / 10, configuration.window)) {
     return false;
   }

@@ -2,6 +2,7 @@
 // with. Threads: one.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -14,6 +15,7 @@ struct Configuration {
   int ports;
   uint64_t window;
   uint64_t requests;
+  size_t value_len = 100;
 };
 
 struct Figures {

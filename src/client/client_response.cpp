@@ -44,13 +44,6 @@ ClientResponse& ClientResponse::operator=(ClientResponse&& other) noexcept {
   return *this;
 }
 
-void ClientResponse::Clear() {
-  m_head = ResponseHead();
-  m_is_reading = false;
-  m_packages.clear();
-  m_next_package = 0;
-}
-
 bool ClientResponse::NextPackage() {
   if (m_next_package >= m_packages.size()) {
     return false;

@@ -160,7 +160,14 @@ class OSTRAND_API ClientResponse {
   // Of this package.
   size_t SizeInMemory() const { return sizeof(*this) + m_bytes.size(); }
   // No outcome; the room stays.
-  void Clear();
+  void Clear() {
+    m_head = ResponseHead();
+    m_is_reading = false;
+    if (!m_packages.empty()) {
+      m_packages.clear();
+    }
+    m_next_package = 0;
+  }
 
  private:
   friend class RouterResponse;

@@ -42,10 +42,24 @@ bool DeadlineQueue::First(uint32_t& item, int64_t& deadline_ms) const {
   return true;
 }
 
+bool DeadlineQueue::FindBefore(int64_t now_ms, uint32_t& item) const {
+  int64_t first_ms = INT64_MAX;
+  First(item, first_ms);
+  m_none_before_ms = first_ms;
+  return first_ms < now_ms;
+}
+
 void DeadlineQueue::Set(uint32_t item, int64_t deadline_ms) {
   Erase(item);
   Node& node = m_nodes[item];
   node.deadline = {deadline_ms, m_next_order++};
+  m_none_before_ms = std::min(m_none_before_ms, deadline_ms);
+  // Many come in the same millisecond, with the same time-out: no lane ends nearer.
+  const uint32_t last = m_lanes[m_last_lane].last;
+  if (last != kNone && m_nodes[last].deadline.ms == deadline_ms) {
+    Append(m_last_lane, item);
+    return;
+  }
   const uint32_t lane = LaneFor(node.deadline);
   if (lane == kNone) {
     node.where = kHeap;
@@ -72,6 +86,7 @@ uint32_t DeadlineQueue::LaneFor(const Deadline& deadline) const {
 }
 
 void DeadlineQueue::Append(uint32_t lane_index, uint32_t item) {
+  m_last_lane = lane_index;
   Lane& lane = m_lanes[lane_index];
   Node& node = m_nodes[item];
   node.where = lane_index;
@@ -79,23 +94,6 @@ void DeadlineQueue::Append(uint32_t lane_index, uint32_t item) {
   node.next = kNone;
   (lane.last != kNone ? m_nodes[lane.last].next : lane.first) = item;
   lane.last = item;
-}
-
-void DeadlineQueue::Unlink(uint32_t item) {
-  const Node& node = m_nodes[item];
-  Lane& lane = m_lanes[node.where];
-  (node.previous != kNone ? m_nodes[node.previous].next : lane.first) = node.next;
-  (node.next != kNone ? m_nodes[node.next].previous : lane.last) = node.previous;
-}
-
-void DeadlineQueue::Erase(uint32_t item) {
-  Node& node = m_nodes[item];
-  if (node.where == kHeap) {
-    m_heap.Erase(item);
-  } else if (node.where != kNowhere) {
-    Unlink(item);
-  }
-  node.where = kNowhere;
 }
 
 }  // namespace OstrandService

@@ -25,6 +25,12 @@ class DeadlineQueue {
   // The item due first and its deadline; false when the queue is empty.
   bool First(uint32_t& item, int64_t& deadline_ms) const;
 
+  // Whether some deadline lies before `now_ms`; then `item` is the one due first. Nearly always it is
+  // known without a look at the lanes that none does.
+  bool FirstBefore(int64_t now_ms, uint32_t& item) const {
+    return now_ms > m_none_before_ms && FindBefore(now_ms, item);
+  }
+
   // REQUIRES here and below: the item is within the room.
   bool Contains(uint32_t item) const { return m_nodes[item].where != kNowhere; }
   // REQUIRES: it is in the queue.
@@ -32,7 +38,15 @@ class DeadlineQueue {
   // Enters an item, or gives it another deadline.
   void Set(uint32_t item, int64_t deadline_ms);
   // Takes an item out; nothing when it is not there.
-  void Erase(uint32_t item);
+  void Erase(uint32_t item) {
+    Node& node = m_nodes[item];
+    if (node.where < kLanes) {
+      Unlink(node);
+    } else if (node.where == kHeap) {
+      m_heap.Erase(item);
+    }
+    node.where = kNowhere;
+  }
 
  private:
   static constexpr uint32_t kLanes = 4;
@@ -51,14 +65,21 @@ class DeadlineQueue {
     uint32_t last = kNone;
   };
 
+  bool FindBefore(int64_t now_ms, uint32_t& item) const;
   uint32_t LaneFor(const Deadline& deadline) const;
   void Append(uint32_t lane_index, uint32_t item);
-  void Unlink(uint32_t item);
+  void Unlink(const Node& node) {
+    Lane& lane = m_lanes[node.where];
+    (node.previous != kNone ? m_nodes[node.previous].next : lane.first) = node.next;
+    (node.next != kNone ? m_nodes[node.next].previous : lane.last) = node.previous;
+  }
 
   uint32_t m_room = 0;
   uint32_t m_next_order = 0;
   std::unique_ptr<Node[]> m_nodes;  // one an item
   Lane m_lanes[kLanes];
+  uint32_t m_last_lane = 0;  // appended to last
+  mutable int64_t m_none_before_ms = INT64_MAX;  // no deadline is earlier; what left may have been it
   DeadlineHeap m_heap;
 };
 

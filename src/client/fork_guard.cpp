@@ -30,6 +30,6 @@ ForkGuard::~ForkGuard() {
   }
 }
 
-bool ForkGuard::InChild() const { return m_page != nullptr ? *m_page == 0 : getpid() != m_process; }
+bool ForkGuard::IsOtherProcess() const { return getpid() != m_process; }
 
 }  // namespace OstrandService

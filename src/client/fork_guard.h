@@ -16,9 +16,11 @@ class ForkGuard {
   ForkGuard(const ForkGuard&) = delete;
   ForkGuard& operator=(const ForkGuard&) = delete;
 
-  bool InChild() const;
+  bool InChild() const { return m_page != nullptr ? *m_page == 0 : IsOtherProcess(); }
 
  private:
+  bool IsOtherProcess() const;
+
   volatile char* m_page = nullptr;  // null: no such pages
   pid_t m_process;
 };

@@ -149,10 +149,11 @@ void LatencyDataTable::GrowChains() {
 }
 
 int32_t LatencyDataTable::TakeId() {
-  while (GetLatencyData(m_next_id) != nullptr) {
+  while (m_ids_come_again && GetLatencyData(m_next_id) != nullptr) {
     m_next_id = m_next_id == INT32_MAX ? 0 : m_next_id + 1;
   }
   const int32_t id = m_next_id;
+  m_ids_come_again = m_ids_come_again || id == INT32_MAX;
   m_next_id = id == INT32_MAX ? 0 : id + 1;
   return id;
 }
@@ -228,9 +229,8 @@ void LatencyDataTable::FreeLatencyData(LatencyData* record) {
 LatencyData* LatencyDataTable::TraverseForDeleteTimeOutNode(
     OstrandServiceStatisticMgr* statistic_mgr) {
   uint32_t index = 0;
-  int64_t deadline_ms = 0;
-  if (m_is_expiry_held || !m_deadlines.First(index, deadline_ms) ||
-      OstrandCommon::GetCurrentMilliseconds() <= deadline_ms) {
+  if (m_is_expiry_held || m_in_flight == 0 ||
+      !m_deadlines.FirstBefore(OstrandCommon::GetCurrentMilliseconds(), index)) {
     return nullptr;
   }
   m_deadlines.Erase(index);

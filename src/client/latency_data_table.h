@@ -89,7 +89,10 @@ class OSTRAND_API LatencyDataTable : public LatencyDataMgr {
 
   // For tests, which do not wait for 2^31 requests: ids run on from this one, which is not
   // negative.
-  void SetNextId(int32_t id) { m_next_id = id; }
+  void SetNextId(int32_t id) {
+    m_next_id = id;
+    m_ids_come_again = true;
+  }
 
  private:
   static constexpr uint32_t kBlockSize = 1024;  // records
@@ -118,6 +121,7 @@ class OSTRAND_API LatencyDataTable : public LatencyDataMgr {
   const uint32_t m_max_in_flight;
   int32_t m_next_id = 0;
   int32_t m_last_id = -1;
+  bool m_ids_come_again = false;  // 2^31 were given: one may still be in use
   uint32_t m_in_flight = 0;
   bool m_is_expiry_held = false;
   uint32_t m_used_slots = 0;             // slots that were ever in use; those behind are untouched

@@ -119,8 +119,7 @@ int64_t PendingRequests::FirstDueMs() const {
 
 PendingRequest* PendingRequests::FirstOverdue(int64_t now_ms) {
   uint32_t slot = 0;
-  int64_t due_ms = 0;
-  return m_due.First(slot, due_ms) && due_ms < now_ms ? &At(slot) : nullptr;
+  return m_due.FirstBefore(now_ms, slot) ? &At(slot) : nullptr;
 }
 
 }  // namespace OstrandService

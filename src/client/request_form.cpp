@@ -1,5 +1,7 @@
 #include "client/request_form.h"
 
+#include <array>
+
 #include "common/ostrand_reqresp_util.h"
 
 namespace OstrandService {
@@ -38,14 +40,31 @@ constexpr Form kForms[] = {
     {OSTRAND_API_METADATA_GET_REQ, KeyPlace::kNone, Values::kNone, false},
 };
 
-Form FormOf(uint32_t cmd) {
+constexpr uint32_t HighestCmd() {
+  uint32_t highest = 0;
   for (const Form& form : kForms) {
-    if (form.cmd == cmd) {
-      return form;
-    }
+    highest = form.cmd > highest ? form.cmd : highest;
   }
-  return {cmd, cmd != 0 ? KeyPlace::kHead : KeyPlace::kNone, Values::kNone, false};
+  return highest;
 }
+
+constexpr Form kOther = {0, KeyPlace::kHead, Values::kNone, false};
+
+constexpr std::array<Form, HighestCmd() + 1> MakeTable() {
+  std::array<Form, HighestCmd() + 1> table{};
+  for (Form& form : table) {
+    form = kOther;
+  }
+  table[0] = {0, KeyPlace::kNone, Values::kNone, false};
+  for (const Form& form : kForms) {
+    table[form.cmd] = form;
+  }
+  return table;
+}
+
+constexpr auto kFormOfCmd = MakeTable();  // it is asked several times for each request
+
+const Form& FormOf(uint32_t cmd) { return cmd < kFormOfCmd.size() ? kFormOfCmd[cmd] : kOther; }
 
 }  // namespace
 

@@ -282,6 +282,7 @@ void EventLoop::ForgetEventsAgain(EventHandler* handler) {
 
 void EventLoop::LookAtClock() {
   m_now_ns = std::max(m_now_ns, m_system.MonotonicNanoseconds());
+  m_now_ms = m_now_ns / 1000000;
   m_now_us = std::max(m_now_us, m_system.SteadyWallMicroseconds(m_now_ns));
 }
 

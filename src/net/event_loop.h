@@ -109,7 +109,7 @@ class OSTRAND_API EventLoop : private OstrandCommon::ThreadClock {
 
   // Time of the last look: monotonic milliseconds; wall-clock microseconds that neither step nor go
   // back (System::SteadyWallMicroseconds).
-  int64_t NowMs() const { return m_now_ns / 1000000; }
+  int64_t NowMs() const { return m_now_ms; }
   int64_t NowNs() const { return m_now_ns; }
   int64_t NowUs() const { return m_now_us; }
   // Looks at the clock.
@@ -197,6 +197,7 @@ class OSTRAND_API EventLoop : private OstrandCommon::ThreadClock {
   bool m_is_abandoned = false;
   bool m_in_round = false;
   int64_t m_now_ns = 0;
+  int64_t m_now_ms = 0;  // the same
   int64_t m_now_us = 0;
   uint64_t m_system_calls = 0;
   std::unique_ptr<char[]> m_read_buffer;

@@ -73,7 +73,7 @@ class ByteReader {
   // The next `len` bytes in place, which must be a text that ends at its only NUL; null if not.
   const char* TakeText(size_t len) {
     const char* const text = Take(len);
-    if (text != nullptr && len > 0 && strnlen(text, len) != len - 1) {
+    if (text != nullptr && len > 0 && !EndsAtItsOnlyNul(text, len)) {
       Fail(OSTRAND_CODEC_ERR_TEXT);
       return nullptr;
     }
@@ -104,6 +104,25 @@ class ByteReader {
   int error() const { return m_error; }
 
  private:
+  // By eight bytes at a time, without a call: nearly all texts are names of a few bytes. A zero byte
+  // is what borrows when 1 is taken from each (A. Mycroft, 1987).
+  static bool EndsAtItsOnlyNul(const char* text, size_t len) {
+    constexpr uint64_t kOnes = 0x0101010101010101U;
+    constexpr uint64_t kHighs = 0x8080808080808080U;
+    const char* const last = text + len - 1;
+    for (; last - text >= 8; text += 8) {
+      uint64_t bytes;
+      std::memcpy(&bytes, text, sizeof(bytes));
+      if (((bytes - kOnes) & ~bytes & kHighs) != 0) {
+        return false;
+      }
+    }
+    while (text != last && *text != '\0') {
+      ++text;
+    }
+    return text == last && *last == '\0';
+  }
+
   static std::string_view View(const char* bytes, uint32_t len) {
     return bytes != nullptr ? std::string_view(bytes, len) : std::string_view();
   }

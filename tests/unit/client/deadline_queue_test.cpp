@@ -53,6 +53,40 @@ TEST(DeadlineQueue, HandsOutTheEarliestFirst) {
   EXPECT_EQ((Items{1, 3, 4, 2, 0}), Drain(queue));
 }
 
+TEST(DeadlineQueue, TellsWhetherADeadlineLiesBeforeATime) {
+  DeadlineQueue queue;
+  uint32_t item = kNobody;
+  EXPECT_FALSE(queue.FirstBefore(INT64_MAX, item)) << "nothing is there";
+  ASSERT_TRUE(queue.Reserve(3));
+  queue.Set(0, 50);
+  queue.Set(1, 30);
+  EXPECT_FALSE(queue.FirstBefore(30, item));
+  ASSERT_TRUE(queue.FirstBefore(31, item));
+  EXPECT_EQ(1u, item);
+  queue.Erase(1);
+  EXPECT_FALSE(queue.FirstBefore(50, item));
+  queue.Set(2, 20);  // earlier than what was looked at
+  ASSERT_TRUE(queue.FirstBefore(21, item));
+  EXPECT_EQ(2u, item);
+  queue.Set(2, 70);
+  EXPECT_FALSE(queue.FirstBefore(50, item));
+  ASSERT_TRUE(queue.FirstBefore(51, item));
+  EXPECT_EQ(0u, item);
+}
+
+TEST(DeadlineQueue, KeepsTheOrderWhenManyAreDueInTheSameMillisecond) {
+  DeadlineQueue queue;
+  ASSERT_TRUE(queue.Reserve(6));
+  queue.Set(0, 10);
+  queue.Set(1, 10);
+  queue.Set(2, 20);
+  queue.Set(3, 20);
+  queue.Set(0, 20);  // again: behind the others
+  queue.Set(4, 10);
+  queue.Set(5, 20);
+  EXPECT_EQ((Items{1, 4, 2, 3, 0, 5}), Drain(queue));
+}
+
 TEST(DeadlineQueue, HandsOutEqualDeadlinesInTheOrderOfTheirEntry) {
   DeadlineQueue queue;
   ASSERT_TRUE(queue.Reserve(20));
@@ -141,6 +175,11 @@ TEST_P(DeadlineQueueModel, AgreesWithASortedSet) {
     if (!model.empty()) {
       ASSERT_EQ(std::get<2>(*model.begin()), first);
       ASSERT_EQ(std::get<0>(*model.begin()), deadline_ms);
+    }
+    const bool is_due = !model.empty() && std::get<0>(*model.begin()) < now_ms;
+    ASSERT_EQ(is_due, queue.FirstBefore(now_ms, first));
+    if (is_due) {
+      ASSERT_EQ(std::get<2>(*model.begin()), first);
     }
   }
 }
