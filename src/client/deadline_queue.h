@@ -25,8 +25,8 @@ class DeadlineQueue {
   // The item due first and its deadline; false when the queue is empty.
   bool First(uint32_t& item, int64_t& deadline_ms) const;
 
-  // Whether some deadline lies before `now_ms`; then `item` is the one due first. Nearly always it is
-  // known without a look at the lanes that none does.
+  // Whether some deadline lies before `now_ms`; then `item` is the one due first. Nearly always it
+  // is known without a look at the lanes that none does.
   bool FirstBefore(int64_t now_ms, uint32_t& item) const {
     return now_ms > m_none_before_ms && FindBefore(now_ms, item);
   }
@@ -79,7 +79,8 @@ class DeadlineQueue {
   std::unique_ptr<Node[]> m_nodes;  // one an item
   Lane m_lanes[kLanes];
   uint32_t m_last_lane = 0;  // appended to last
-  mutable int64_t m_none_before_ms = INT64_MAX;  // no deadline is earlier; what left may have been it
+  mutable int64_t m_none_before_ms =
+      INT64_MAX;  // no deadline is earlier; what left may have been it
   DeadlineHeap m_heap;
 };
 

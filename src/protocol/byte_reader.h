@@ -104,8 +104,8 @@ class ByteReader {
   int error() const { return m_error; }
 
  private:
-  // By eight bytes at a time, without a call: nearly all texts are names of a few bytes. A zero byte
-  // is what borrows when 1 is taken from each (A. Mycroft, 1987).
+  // By eight bytes at a time, without a call: nearly all texts are names of a few bytes. A zero
+  // byte is what borrows when 1 is taken from each (A. Mycroft, 1987).
   static bool EndsAtItsOnlyNul(const char* text, size_t len) {
     constexpr uint64_t kOnes = 0x0101010101010101U;
     constexpr uint64_t kHighs = 0x8080808080808080U;
