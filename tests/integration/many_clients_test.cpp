@@ -40,13 +40,17 @@ TEST_F(ManyClients, OneAfterTheOtherLeaveNothingBehind) {
   const size_t descriptors = CountEntries("/proc/self/fd");
   const size_t threads = CountEntries("/proc/self/task");
   const size_t bytes = mallinfo2().uordblks + mallinfo2().hblkhd;
-  for (int i = 0; i < OstrandFakes::Rounds(200); ++i) {
+  const int rounds = OstrandFakes::Rounds(200);
+  for (int i = 0; i < rounds; ++i) {
     LiveOnce(options);
   }
   EXPECT_EQ(CountEntries("/proc/self/fd"), descriptors);
   EXPECT_EQ(CountEntries("/proc/self/task"), threads);
   if (!OstrandFakes::kAddressSanitizer && !OstrandFakes::kThreadSanitizer) {
-    EXPECT_EQ(mallinfo2().uordblks + mallinfo2().hblkhd, bytes);
+    // Blocks that malloc keeps for the thread count as used: less than the smallest one a life.
+    constexpr size_t kSmallestBlock = 32;
+    EXPECT_LT(mallinfo2().uordblks + mallinfo2().hblkhd,
+              bytes + static_cast<size_t>(rounds) * kSmallestBlock);
   }
 }
 
