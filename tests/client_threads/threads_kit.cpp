@@ -8,6 +8,11 @@ namespace OstrandTests {
 
 using namespace OstrandService;  // NOLINT: the library under test
 
+Gate::~Gate() {
+  std::unique_lock<std::mutex> lock(m_mutex);
+  m_condition.wait(lock, [this] { return m_passing == 0; });
+}
+
 void Gate::Open() {
   const std::lock_guard<std::mutex> lock(m_mutex);
   m_is_open = true;
@@ -16,7 +21,10 @@ void Gate::Open() {
 
 void Gate::Pass() {
   std::unique_lock<std::mutex> lock(m_mutex);
+  ++m_passing;
   m_condition.wait(lock, [this] { return m_is_open; });
+  --m_passing;
+  m_condition.notify_all();
 }
 
 void Tally::Add() {

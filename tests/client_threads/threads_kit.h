@@ -22,9 +22,11 @@ constexpr char kTable[] = "user";
 constexpr char kListTable[] = "friends";
 constexpr int kPatienceMs = 30000;
 
-// Opens once, by whoever calls Open; who passes waits for that.
+// Opens once, by whoever calls Open; who passes waits for that. It stands until the last one has
+// passed: it dies with a test's scope, and who passes is another thread.
 class Gate {
  public:
+  ~Gate();
   void Open();
   void Pass();
 
@@ -32,6 +34,7 @@ class Gate {
   std::mutex m_mutex;
   std::condition_variable m_condition;
   bool m_is_open = false;
+  int m_passing = 0;
 };
 
 // Counts up; who waits for a number waits until it is reached.
