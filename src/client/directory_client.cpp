@@ -226,7 +226,9 @@ void DirectoryClient::KeepGoodRows(int32_t zone_id) {
     const std::string url = RowText(answer.aszAccessUrlList[i]);
     const std::string fault = FaultOfRow(url, urls);
     if (!fault.empty()) {
-      faults.push_back("proxy row " + std::to_string(i) + " left out: \"" + url + "\" " + fault);
+      std::string line = "proxy row " + std::to_string(i);
+      line.append(" left out: \"").append(url).append("\" ").append(fault);
+      faults.push_back(std::move(line));
       continue;
     }
     if (kept != i) {
