@@ -54,7 +54,8 @@ KernelResolver& KernelResolver::Instance() {
   return instance;
 }
 
-void KernelResolver::LookUp(const std::string& host, std::shared_ptr<NameListener> listener) {
+void KernelResolver::LookUp(const std::string& host,
+                            const std::shared_ptr<NameListener>& listener) {
   bool accepted = false;
   bool needs_thread = false;
   {

@@ -23,7 +23,7 @@ class KernelResolver {
 
   static KernelResolver& Instance();
 
-  void LookUp(const std::string& host, std::shared_ptr<NameListener> listener);
+  void LookUp(const std::string& host, const std::shared_ptr<NameListener>& listener);
 
  private:
   struct Question {

@@ -239,7 +239,7 @@ uint64_t KernelSystem::RandomNumber() {
 }
 
 void KernelSystem::LookUp(const std::string& host, std::shared_ptr<NameListener> listener) {
-  KernelResolver::Instance().LookUp(host, std::move(listener));
+  KernelResolver::Instance().LookUp(host, listener);
 }
 
 int KernelSystem::HostName(char* name, size_t size) {

@@ -19,10 +19,7 @@ constexpr int64_t kSlewShare = 100;
 int64_t System::SteadyWallMicroseconds(int64_t monotonic_ns) {
   int64_t base_us = m_base_us.load(std::memory_order_acquire);
   if (base_us == kUnknown) {
-    const int64_t first_us = WallMicroseconds() - monotonic_ns / kNsPerUs;
-    if (m_base_us.compare_exchange_strong(base_us, first_us)) {
-      base_us = first_us;
-    }
+    m_base_us.compare_exchange_strong(base_us, WallMicroseconds() - monotonic_ns / kNsPerUs);
   }
   FollowWall(monotonic_ns);
   const int64_t steady_us = monotonic_ns / kNsPerUs + m_base_us.load(std::memory_order_relaxed);
