@@ -130,7 +130,9 @@ ClientRequest& ClientRequest::Begin(uint32_t cmd, std::string_view table) {
     Fail(ROUTER_ERR_ALLOCATION);
     return *this;
   }
-  std::memcpy(m_bytes.Insert(0, body_len), kZeros, body_len);
+  if (body_len > 0) {  // else there may be no bytes at all
+    std::memcpy(m_bytes.Insert(0, body_len), kZeros, body_len);
+  }
   m_head.cmd = cmd;
   m_head.body_len = static_cast<uint32_t>(body_len);
   m_head.table_name_len = static_cast<uint8_t>(table.copy(m_head.table_name, table.size()));
